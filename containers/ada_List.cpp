@@ -1,0 +1,122 @@
+#include "containers/ada_List.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <new>
+#include <type_traits>
+
+#include "platform/aio_ostream.h"
+#include "platform/mem.h"
+
+namespace {
+
+void ReportOutOfBounds(int i) {
+  aio_cerr.print("** ERROR ada_List::operator[]: index ").print_int(i).print(" is out of bounds\n");
+}
+
+// Where an out-of-range index lands: a slot outside every list, reset to the
+// type's default on each use, so that a caller who ignores the message reads
+// a default value instead of memory it does not own.
+template <class T>
+T& ScratchSlot() {
+  static T scratch;
+  scratch = T();
+  return scratch;
+}
+
+}  // namespace
+
+template <class T>
+ada_List<T>::ada_List(const ada_List<T>& other) : m_data(nullptr), m_capacity(0), m_count(0) {
+  if (other.m_count == 0) return;
+  reserve(other.m_count);
+  for (int i = 0; i < other.m_count; ++i) new (&m_data[i]) T(other.m_data[i]);
+  m_count = other.m_count;
+}
+
+template <class T>
+ada_List<T>::~ada_List() {
+  clear();
+}
+
+template <class T>
+T& ada_List<T>::operator[](int i) {
+  if (i < 0 || i >= m_count) {
+    ReportOutOfBounds(i);
+    return ScratchSlot<T>();
+  }
+  return m_data[i];
+}
+
+template <class T>
+const T& ada_List<T>::operator[](int i) const {
+  if (i < 0 || i >= m_count) {
+    ReportOutOfBounds(i);
+    return ScratchSlot<T>();
+  }
+  return m_data[i];
+}
+
+template <class T>
+void ada_List<T>::reserve(int n) {
+  if (m_capacity >= n) return;
+  m_data = static_cast<T*>(mem_Realloc(m_data, mem_ArraySize(n, sizeof(T))));
+  m_capacity = n;
+}
+
+template <class T>
+void ada_List<T>::clear() {
+  if (m_count == 0) return;
+  if (!std::is_trivially_destructible<T>::value) {
+    for (int i = m_count - 1; i >= 0; --i) m_data[i].~T();
+  }
+  mem_Free(m_data);
+  m_data = nullptr;
+  m_capacity = 0;
+  m_count = 0;
+}
+
+template <class T>
+void ada_List<T>::swap(ada_List<T>& other) {
+  T* d = m_data;
+  m_data = other.m_data;
+  other.m_data = d;
+  int c = m_capacity;
+  m_capacity = other.m_capacity;
+  other.m_capacity = c;
+  c = m_count;
+  m_count = other.m_count;
+  other.m_count = c;
+}
+
+template <class T>
+void ada_List<T>::grow() {
+  // Doubling past INT_MAX saturates in mem_ArraySize and fails the allocation.
+  reserve(m_capacity == 0 ? 16 : static_cast<int>(
+                                      std::min<long long>(2LL * m_capacity, 0x7FFFFFFF)));
+}
+
+template <class T>
+void ada_List<T>::append(const T& x, int n) {
+  if (n <= 0) return;
+  if (static_cast<long long>(m_count) + n > m_capacity) {
+    // x may live in this list's storage, which growing moves: copy it first.
+    std::uintptr_t at = reinterpret_cast<std::uintptr_t>(&x);
+    std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(m_data);
+    if (at >= begin && at < begin + sizeof(T) * static_cast<size_t>(m_count)) {
+      T value(x);
+      append(value, n);
+      return;
+    }
+    while (static_cast<long long>(m_count) + n > m_capacity) {
+      if (m_capacity == 0x7FFFFFFF) throw mem_Exhausted();
+      grow();
+    }
+  }
+  for (int i = 0; i < n; ++i) new (&m_data[m_count + i]) T(x);
+  m_count += n;
+}
+
+#define ADA_DEFINE_LIST(T) template class ada_List<T>;
+ADA_FOR_EACH_ELEMENT_TYPE(ADA_DEFINE_LIST)
+#undef ADA_DEFINE_LIST

@@ -1,0 +1,5 @@
+// The finite-element system schema, the DOF numbering and node labels.
+#ifndef DDB_FES_FES_H_
+#define DDB_FES_FES_H_
+
+#endif  // DDB_FES_FES_H_

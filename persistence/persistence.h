@@ -1,0 +1,6 @@
+// The persistence framework: handles, holders, classes, paths, links,
+// the memory stream, persistent arrays and storage groups.
+#ifndef DDB_PERSISTENCE_PERSISTENCE_H_
+#define DDB_PERSISTENCE_PERSISTENCE_H_
+
+#endif  // DDB_PERSISTENCE_PERSISTENCE_H_

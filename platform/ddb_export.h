@@ -1,0 +1,11 @@
+// Symbol visibility for the shared library.
+//
+// The library is built with hidden visibility; only what carries DDB_API is
+// part of its binary interface. The same attribute serves when compiling the
+// library and when a client includes the headers (ELF needs no import marker).
+#ifndef DDB_PLATFORM_DDB_EXPORT_H_
+#define DDB_PLATFORM_DDB_EXPORT_H_
+
+#define DDB_API __attribute__((visibility("default")))
+
+#endif  // DDB_PLATFORM_DDB_EXPORT_H_

@@ -1,0 +1,13 @@
+// The platform stand-ins: allocation, error stream, strings, service
+// identifiers and the suite's start-up pairs.
+#ifndef DDB_PLATFORM_PLATFORM_H_
+#define DDB_PLATFORM_PLATFORM_H_
+
+#include "platform/QELSimIDs.h"
+#include "platform/aio_ostream.h"
+#include "platform/cow_String.h"
+#include "platform/ddb_export.h"
+#include "platform/mem.h"
+#include "platform/suite_startup.h"
+
+#endif  // DDB_PLATFORM_PLATFORM_H_

@@ -1,0 +1,14 @@
+#!/bin/sh
+# Installs the built library into a scratch prefix, then builds and runs an
+# outside client twice: once through find_package, once through pkg-config.
+set -eu
+build="$1"; consumer="$2"; work="$3"
+rm -rf "$work"; mkdir -p "$work"
+cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
+cmake -S "$consumer" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" > "$work/configure.log"
+cmake --build "$work/cmake" > "$work/build.log"
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/cmake/consumer"
+PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs DDB_PDM_Core > "$work/pc.txt"
+# shellcheck disable=SC2046
+c++ -std=c++17 "$consumer/consumer.cpp" -o "$work/consumer_pc" $(cat "$work/pc.txt")
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/consumer_pc"
