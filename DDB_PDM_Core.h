@@ -7,11 +7,11 @@
 
 #include <hdf5.h>
 
-#include "platform/platform.h"
 #include "containers/containers.h"
-#include "persistence/persistence.h"
 #include "fes/fes.h"
-#include "sim_schema/sim_schema.h"
 #include "frame/frame.h"
+#include "persistence/persistence.h"
+#include "platform/platform.h"
+#include "sim_schema/sim_schema.h"
 
 #endif  // DDB_PDM_CORE_H_

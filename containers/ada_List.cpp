@@ -92,8 +92,8 @@ void ada_List<T>::swap(ada_List<T>& other) {
 template <class T>
 void ada_List<T>::grow() {
   // Doubling past INT_MAX saturates in mem_ArraySize and fails the allocation.
-  reserve(m_capacity == 0 ? 16 : static_cast<int>(
-                                      std::min<long long>(2LL * m_capacity, 0x7FFFFFFF)));
+  reserve(m_capacity == 0 ? 16
+                          : static_cast<int>(std::min<long long>(2LL * m_capacity, 0x7FFFFFFF)));
 }
 
 template <class T>

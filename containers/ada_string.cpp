@@ -8,9 +8,13 @@ namespace {
 const char kEmptyText[1] = {0};
 }
 
-ada_string::ada_string(const char* text) : m_text(nullptr) { assign(text); }
+ada_string::ada_string(const char* text) : m_text(nullptr) {
+  assign(text);
+}
 
-ada_string::~ada_string() { mem_Free(m_text); }
+ada_string::~ada_string() {
+  mem_Free(m_text);
+}
 
 void ada_string::swap(ada_string& other) {
   char* t = m_text;
@@ -18,7 +22,9 @@ void ada_string::swap(ada_string& other) {
   other.m_text = t;
 }
 
-const char* ada_string::cStr() const { return m_text != nullptr ? m_text : kEmptyText; }
+const char* ada_string::cStr() const {
+  return m_text != nullptr ? m_text : kEmptyText;
+}
 
 int ada_string::byteCount() const {
   return m_text != nullptr ? static_cast<int>(std::strlen(m_text)) : 0;

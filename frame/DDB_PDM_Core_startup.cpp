@@ -13,14 +13,30 @@ int g_msfD = 0;
 }  // namespace
 
 // The modules register and allocate nothing at start-up; they only count.
-void ada_initialize(int& count) { StartupIncrement(g_ada, count); }
-void ada_finalize(int& count) { StartupDecrement(g_ada, count); }
-void gbb_initialize(int& count) { StartupIncrement(g_gbb, count); }
-void gbb_finalize(int& count) { StartupDecrement(g_gbb, count); }
-void fesD_initialize(int& count) { StartupIncrement(g_fesD, count); }
-void fesD_finalize(int& count) { StartupDecrement(g_fesD, count); }
-void msfD_initialize(int& count) { StartupIncrement(g_msfD, count); }
-void msfD_finalize(int& count) { StartupDecrement(g_msfD, count); }
+void ada_initialize(int& count) {
+  StartupIncrement(g_ada, count);
+}
+void ada_finalize(int& count) {
+  StartupDecrement(g_ada, count);
+}
+void gbb_initialize(int& count) {
+  StartupIncrement(g_gbb, count);
+}
+void gbb_finalize(int& count) {
+  StartupDecrement(g_gbb, count);
+}
+void fesD_initialize(int& count) {
+  StartupIncrement(g_fesD, count);
+}
+void fesD_finalize(int& count) {
+  StartupDecrement(g_fesD, count);
+}
+void msfD_initialize(int& count) {
+  StartupIncrement(g_msfD, count);
+}
+void msfD_finalize(int& count) {
+  StartupDecrement(g_msfD, count);
+}
 
 void DDB_PDM_Core_initialize(int& count) {
   if (!StartupIncrement(g_library, count)) return;

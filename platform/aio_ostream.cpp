@@ -1,8 +1,8 @@
 #include "platform/aio_ostream.h"
 
+#include <unistd.h>
 #include <cerrno>
 #include <cstring>
-#include <unistd.h>
 
 aio_ostream aio_cerr(2);
 

@@ -11,8 +11,8 @@ cow_String::cow_String(const char* text) : m_base(nullptr) {
 
 cow_String::cow_String(const char* text, int length) : m_base(nullptr) {
   if (text == nullptr || length < 0) return;
-  m_base = static_cast<atr_StringBase*>(
-      mem_OperatorNewThrowBuiltin(offsetof(atr_StringBase, text) + static_cast<size_t>(length) + 1));
+  m_base = static_cast<atr_StringBase*>(mem_OperatorNewThrowBuiltin(
+      offsetof(atr_StringBase, text) + static_cast<size_t>(length) + 1));
   m_base->refs = 1;
   m_base->length = length;
   std::memcpy(m_base->text, text, static_cast<size_t>(length));

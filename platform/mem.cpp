@@ -25,11 +25,19 @@ void* Allocate(size_t size) {
 
 }  // namespace
 
-const char* mem_Exhausted::what() const noexcept { return "mem_Exhausted: out of memory"; }
+const char* mem_Exhausted::what() const noexcept {
+  return "mem_Exhausted: out of memory";
+}
 
-void* mem_OperatorNewThrow(size_t size) { return Allocate(size); }
-void* mem_OperatorNewTinyThrow(size_t size) { return Allocate(size); }
-void* mem_OperatorNewThrowBuiltin(size_t size) { return Allocate(size); }
+void* mem_OperatorNewThrow(size_t size) {
+  return Allocate(size);
+}
+void* mem_OperatorNewTinyThrow(size_t size) {
+  return Allocate(size);
+}
+void* mem_OperatorNewThrowBuiltin(size_t size) {
+  return Allocate(size);
+}
 
 void* mem_Realloc(void* pointer, size_t size) {
   if (pointer == nullptr) return Allocate(size);
@@ -45,4 +53,6 @@ void mem_Free(void* pointer) {
   std::free(pointer);
 }
 
-mem_Statistics mem_GetStatistics() { return g_stats; }
+mem_Statistics mem_GetStatistics() {
+  return g_stats;
+}

@@ -3,6 +3,7 @@
 #ifndef DDB_PLATFORM_PLATFORM_H_
 #define DDB_PLATFORM_PLATFORM_H_
 
+#include "platform/QELSimIDExternal.h"
 #include "platform/QELSimIDs.h"
 #include "platform/aio_ostream.h"
 #include "platform/cow_String.h"

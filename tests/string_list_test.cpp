@@ -12,8 +12,12 @@
 
 namespace {
 
-long long Allocations() { return mem_GetStatistics().allocations; }
-long long Frees() { return mem_GetStatistics().frees; }
+long long Allocations() {
+  return mem_GetStatistics().allocations;
+}
+long long Frees() {
+  return mem_GetStatistics().frees;
+}
 
 TEST(AdaString, EmptyTextsOwnNoBuffer) {
   long long before = Allocations();

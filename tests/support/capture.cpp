@@ -2,9 +2,13 @@
 
 #include "platform/aio_ostream.h"
 
-CaptureErr::CaptureErr() { aio_cerr.SetSink(&CaptureErr::Sink, this); }
+CaptureErr::CaptureErr() {
+  aio_cerr.SetSink(&CaptureErr::Sink, this);
+}
 
-CaptureErr::~CaptureErr() { aio_cerr.SetSink(nullptr, nullptr); }
+CaptureErr::~CaptureErr() {
+  aio_cerr.SetSink(nullptr, nullptr);
+}
 
 const std::string& CaptureErr::Text() {
   aio_cerr.flush();
