@@ -3,4 +3,7 @@
 #ifndef DDB_PERSISTENCE_PERSISTENCE_H_
 #define DDB_PERSISTENCE_PERSISTENCE_H_
 
+#include "persistence/gbb_AutoArray.h"
+#include "persistence/gbb_MemoryStream.h"
+
 #endif  // DDB_PERSISTENCE_PERSISTENCE_H_

@@ -1,0 +1,193 @@
+// gbb_AutoArray: transfer on copy, growth, the count-based destruction rule,
+// and holder take-over on append, checked with bytes and a small holder type.
+#include <gtest/gtest.h>
+
+#include <new>
+#include <vector>
+
+#include "persistence/gbb_AutoArray.h"
+#include "platform/mem.h"
+
+namespace {
+
+struct Owner {};
+typedef gbb_AutoArray<unsigned char, Owner> Bytes;
+
+// Every closed object records its id here, in closing order.
+std::vector<int>& Closed() {
+  static std::vector<int> closed;
+  return closed;
+}
+
+struct Object {
+  int id;
+};
+
+// The shape of a generated holder: object pointer plus flags, closed on
+// destruction, never copied.
+class TestHolder {
+ public:
+  TestHolder() : m_object(nullptr), m_flags(0) {}
+  TestHolder(int id, unsigned flags) : m_object(new Object{id}), m_flags(flags) {}
+  TestHolder(const TestHolder&) = delete;
+  TestHolder& operator=(const TestHolder&) = delete;
+  ~TestHolder() { Close(); }
+  void Close() {
+    if (m_object != nullptr) {
+      Closed().push_back(m_object->id);
+      delete m_object;
+    }
+    m_object = nullptr;
+    m_flags = 0;
+  }
+  int id() const { return m_object != nullptr ? m_object->id : -1; }
+  unsigned flags() const { return m_flags; }
+
+ private:
+  Object* m_object;
+  unsigned m_flags;
+};
+typedef gbb_AutoArray<TestHolder, Owner> Holders;
+
+long long Frees() {
+  return mem_GetStatistics().frees;
+}
+
+void AppendByte(Bytes& a, unsigned char value) {
+  a.append(value, 1);
+}
+
+TEST(AutoArray, GrowsFrom16ByDoublingAndReserveNeverShrinks) {
+  Bytes a;
+  EXPECT_EQ(a.capacity(), 0);
+  AppendByte(a, 1);
+  EXPECT_EQ(a.capacity(), 16);
+  for (int i = 1; i < 17; ++i) AppendByte(a, static_cast<unsigned char>(i + 1));
+  EXPECT_EQ(a.count(), 17);
+  EXPECT_EQ(a.capacity(), 32);
+  for (int i = 0; i < 17; ++i) EXPECT_EQ(a[i], i + 1);
+  a.reserve(8);
+  EXPECT_EQ(a.capacity(), 32);
+
+  Bytes b(10);
+  EXPECT_EQ(b.capacity(), 10);
+  EXPECT_EQ(b.count(), 0);
+  b.append(7, 11);  // 10 does not fit 11: doubles once
+  EXPECT_EQ(b.capacity(), 20);
+  b.append(b[0], 30);  // the value lives in the storage that moves
+  EXPECT_EQ(b.count(), 41);
+  EXPECT_EQ(b.capacity(), 80);
+  EXPECT_EQ(b[40], 7);
+}
+
+TEST(AutoArray, CopyAndAssignmentTransfer) {
+  Bytes a;
+  unsigned char x = 9;
+  a.append(x, 3);
+  unsigned char* storage = a.data();
+
+  Bytes b(a);
+  EXPECT_EQ(a.count(), 0);
+  EXPECT_EQ(a.capacity(), 0);
+  EXPECT_EQ(a.data(), nullptr);
+  EXPECT_EQ(b.count(), 3);
+  EXPECT_EQ(b.data(), storage);
+
+  Bytes::gbb_AutoArrayMoveSrc record = b;
+  EXPECT_EQ(b.count(), 0);
+  EXPECT_EQ(record.data, storage);
+  Bytes c(record);
+  EXPECT_EQ(c.count(), 3);
+  EXPECT_EQ(c.capacity(), 16);
+
+  Bytes d;
+  d.append(x, 1);
+  long long frees = Frees();
+  d = c;  // d's own block goes first
+  EXPECT_EQ(Frees(), frees + 1);
+  EXPECT_EQ(d.data(), storage);
+  EXPECT_EQ(c.count(), 0);
+  Bytes& alias = d;
+  d = alias;  // self-assignment keeps the contents
+  EXPECT_EQ(d.count(), 3);
+}
+
+TEST(AutoArray, DestructionLooksAtTheCountNotTheStorage) {
+  alignas(Bytes) unsigned char place[sizeof(Bytes)];
+  Bytes* a = new (place) Bytes(8);
+  void* storage = a->data();
+  ASSERT_NE(storage, nullptr);
+  long long frees = Frees();
+  a->~Bytes();
+  EXPECT_EQ(Frees(), frees);  // reserved but never used: kept, deliberately
+  mem_Free(storage);
+
+  Bytes b;
+  unsigned char x = 1;
+  b.append(x, 2);
+  b.truncate(5);
+  EXPECT_EQ(b.count(), 0);
+  EXPECT_EQ(b.capacity(), 0);
+  EXPECT_EQ(b.data(), nullptr);
+}
+
+TEST(AutoArray, AppendTakesTheHolderOverAndFillsTheRestEmpty) {
+  Closed().clear();
+  {
+    Holders a;
+    TestHolder h(1, 3);
+    a.append(h, 3);
+    EXPECT_EQ(h.id(), -1);
+    EXPECT_EQ(h.flags(), 0u);
+    h.Close();
+    EXPECT_TRUE(Closed().empty());
+    ASSERT_EQ(a.count(), 3);
+    EXPECT_EQ(a[0].id(), 1);
+    EXPECT_EQ(a[0].flags(), 3u);
+    EXPECT_EQ(a[1].id(), -1);
+    EXPECT_EQ(a[2].flags(), 0u);
+    for (int id = 2; id <= 20; ++id) {
+      TestHolder more(id, 1);
+      a.append(more, 1);  // crosses the first growth: holders move bitwise
+    }
+    EXPECT_EQ(a[21].id(), 20);
+  }
+  std::vector<int> lastFirst;
+  for (int id = 20; id >= 1; --id) lastFirst.push_back(id);
+  EXPECT_EQ(Closed(), lastFirst);
+}
+
+TEST(AutoArray, TruncateAndRemoveDestroyOnlyWhatTheyTake) {
+  Closed().clear();
+  Holders a;
+  for (int id = 0; id < 6; ++id) {
+    TestHolder h(id, 1);
+    a.append(h, 1);
+  }
+  a.truncate(0);
+  EXPECT_EQ(a.count(), 6);
+  a.truncate(2);
+  EXPECT_EQ(Closed(), (std::vector<int>{5, 4}));
+  ASSERT_EQ(a.count(), 4);
+
+  Closed().clear();
+  a.remove(1, 2);
+  EXPECT_EQ(Closed(), (std::vector<int>{2, 1}));
+  ASSERT_EQ(a.count(), 2);
+  EXPECT_EQ(a[0].id(), 0);
+  EXPECT_EQ(a[1].id(), 3);
+
+  Closed().clear();
+  a.remove(1, 100);  // clamped to the tail
+  EXPECT_EQ(Closed(), (std::vector<int>{3}));
+  EXPECT_EQ(a.count(), 1);
+
+  Bytes b;
+  for (int i = 0; i < 5; ++i) AppendByte(b, static_cast<unsigned char>(i));
+  b.remove(0, 2);
+  ASSERT_EQ(b.count(), 3);
+  EXPECT_EQ(b[0], 2);
+  EXPECT_EQ(b[2], 4);
+}
+
+}  // namespace
