@@ -16,6 +16,20 @@ constexpr int kHeaderSize = 4;
 // Strings up to this length are cut at their NUL on the stack.
 constexpr int kScratchOnStack = 256;
 
+// An identifier of the reader's context with the minor parts the form gives back.
+QELSimCollectionID IdFromForm(int context, const QELSimIDExternal& form, QELSimCollectionID*) {
+  return QELSimCollectionID(context, form.CollectionIDMinor());
+}
+QELSimCSetID IdFromForm(int context, const QELSimIDExternal& form, QELSimCSetID*) {
+  return QELSimCSetID(context, form.CollectionIDMinor(), form.CSetIDMinor());
+}
+QELSimDistributionID IdFromForm(int context, const QELSimIDExternal& form, QELSimDistributionID*) {
+  return QELSimDistributionID(context, form.DistributionIDMinor());
+}
+QELSimDSetID IdFromForm(int context, const QELSimIDExternal& form, QELSimDSetID*) {
+  return QELSimDSetID(context, form.DSetIDMinor());
+}
+
 }  // namespace
 
 gbb_MemoryStream::gbb_MemoryStream(QELSimContextID context)
@@ -148,30 +162,23 @@ bool gbb_MemoryStream::Read(ada_string& value) {
 }
 
 bool gbb_MemoryStream::Read(QELSimCollectionID& id) {
-  QELSimIDExternal form;
-  if (!ReadExternal(form)) return false;
-  id = QELSimCollectionID(m_context.Number(), form.CollectionIDMinor());
-  return true;
+  return ReadId(id);
 }
-
 bool gbb_MemoryStream::Read(QELSimCSetID& id) {
-  QELSimIDExternal form;
-  if (!ReadExternal(form)) return false;
-  id = QELSimCSetID(m_context.Number(), form.CollectionIDMinor(), form.CSetIDMinor());
-  return true;
+  return ReadId(id);
 }
-
 bool gbb_MemoryStream::Read(QELSimDistributionID& id) {
-  QELSimIDExternal form;
-  if (!ReadExternal(form)) return false;
-  id = QELSimDistributionID(m_context.Number(), form.DistributionIDMinor());
-  return true;
+  return ReadId(id);
+}
+bool gbb_MemoryStream::Read(QELSimDSetID& id) {
+  return ReadId(id);
 }
 
-bool gbb_MemoryStream::Read(QELSimDSetID& id) {
+template <class Id>
+bool gbb_MemoryStream::ReadId(Id& id) {
   QELSimIDExternal form;
   if (!ReadExternal(form)) return false;
-  id = QELSimDSetID(m_context.Number(), form.DSetIDMinor());
+  id = IdFromForm(m_context.Number(), form, static_cast<Id*>(nullptr));
   return true;
 }
 

@@ -113,6 +113,8 @@ class DDB_API gbb_MemoryStream {
   void WriteSize();
   template <class Id>
   void WriteId(const Id& id);
+  template <class Id>
+  bool ReadId(Id& id);
   // The external form; false (status set) when it cannot be read.
   bool ReadExternal(QELSimIDExternal& form);
 
