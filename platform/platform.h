@@ -1,5 +1,5 @@
-// The platform stand-ins: allocation, error stream, strings, service
-// identifiers and the suite's start-up pairs.
+// The platform stand-ins: allocation, error stream, strings, the HDF5
+// wrapper, the simulation-database service and the suite's start-up pairs.
 #ifndef DDB_PLATFORM_PLATFORM_H_
 #define DDB_PLATFORM_PLATFORM_H_
 
@@ -8,6 +8,7 @@
 #include "platform/aio_ostream.h"
 #include "platform/cow_String.h"
 #include "platform/ddb_export.h"
+#include "platform/hdf.h"
 #include "platform/mem.h"
 #include "platform/suite_startup.h"
 

@@ -1,0 +1,151 @@
+#include "platform/hdf_File.h"
+
+#include <sys/stat.h>
+
+#include "platform/aio_ostream.h"
+#include "platform/hdf_report.h"
+#include "platform/mem.h"
+
+namespace {
+
+// Plain values: constant-initialised, nothing runs at load.
+bool g_flushAfterWrites = true;
+int g_batchDepth = 0;
+
+void ReportFile(const char* operation, const char* action, const char* name, const char* reason) {
+  aio_cerr.print("**ERROR ").print(operation).print(": cannot ").print(action).print(" file ");
+  aio_cerr.print(name);
+  if (reason != nullptr) aio_cerr.print(": ").print(reason);
+  aio_cerr.put('\n');
+}
+
+// The directory part of `name` exists ("" and "x" live in the current one).
+bool DirectoryExists(const char* name) {
+  const char* slash = nullptr;
+  for (const char* p = name; *p != '\0'; ++p) {
+    if (*p == '/') slash = p;
+  }
+  if (slash == nullptr) return true;
+  if (slash == name) return true;  // "/x"
+  cow_String directory(name, static_cast<int>(slash - name));
+  struct stat info;
+  return stat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Why `name` cannot be opened as an HDF5 file, as far as it can be told
+// without HDF5; null when it looks like one.
+const char* WhyNotOpenable(const char* name) {
+  struct stat info;
+  if (stat(name, &info) != 0) return "no such file";
+  if (S_ISDIR(info.st_mode)) return "it is a directory";
+  if (H5Fis_hdf5(name) <= 0) return "not an HDF5 file";
+  return nullptr;
+}
+
+}  // namespace
+
+hdf_File hdf_File::Create(const char* name, CreateFlags flags) {
+  hdf_Quiet();
+  hdf_File file;
+  if (name == nullptr || name[0] == '\0') {
+    ReportFile("hdf_File::Create", "create", "", "no file name");
+    return file;
+  }
+  struct stat info;
+  const char* reason = nullptr;
+  if (flags != Exclusive && flags != Truncate) {
+    reason = "unknown creation flags";
+  } else if (!DirectoryExists(name)) {
+    reason = "no such directory";
+  } else if (stat(name, &info) == 0 && (flags == Exclusive || S_ISDIR(info.st_mode))) {
+    reason = S_ISDIR(info.st_mode) ? "it is a directory" : "it exists";
+  }
+  if (reason == nullptr) {
+    unsigned access = flags == Truncate ? H5F_ACC_TRUNC : H5F_ACC_EXCL;
+    file.m_id = hdf_Id::Own(H5Fcreate(name, access, H5P_DEFAULT, H5P_DEFAULT));
+    if (!file.IsValid()) reason = "HDF5 refused (no permission, or the file is open)";
+  }
+  if (reason != nullptr) ReportFile("hdf_File::Create", "create", name, reason);
+  return file;
+}
+
+hdf_File hdf_File::Open(const char* name, OpenFlags flags) {
+  hdf_Quiet();
+  hdf_File file;
+  if (name == nullptr || name[0] == '\0') {
+    ReportFile("hdf_File::Open", "open", "", "no file name");
+    return file;
+  }
+  const char* reason =
+      flags != ReadWrite && flags != ReadOnly ? "unknown open flags" : WhyNotOpenable(name);
+  if (reason == nullptr) {
+    unsigned access = flags == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    file.m_id = hdf_Id::Own(H5Fopen(name, access, H5P_DEFAULT));
+    if (!file.IsValid()) reason = "damaged or truncated HDF5 file, or open elsewhere";
+  }
+  if (reason != nullptr) ReportFile("hdf_File::Open", "open", name, reason);
+  return file;
+}
+
+hdf_Group hdf_File::RootGroup() const {
+  if (!IsValid()) return hdf_Group();
+  return hdf_Group::Adopt(H5Gopen2(Id(), "/", H5P_DEFAULT));
+}
+
+bool hdf_File::Flush() {
+  if (!IsValid()) return false;
+  if (H5Fflush(Id(), H5F_SCOPE_LOCAL) < 0) {
+    ReportFile("hdf_File::Flush", "flush", Name().c_str(), nullptr);
+    return false;
+  }
+  return true;
+}
+
+bool hdf_File::IsReadOnly() const {
+  unsigned intent = 0;
+  return IsValid() && H5Fget_intent(Id(), &intent) >= 0 && (intent & H5F_ACC_RDWR) == 0;
+}
+
+cow_String hdf_File::Name() const {
+  return IsValid() ? hdf_FileName(Id()) : cow_String();
+}
+
+void hdf_File::Close() {
+  if (!IsValid()) return;
+  unsigned kinds =
+      H5F_OBJ_DATASET | H5F_OBJ_GROUP | H5F_OBJ_DATATYPE | H5F_OBJ_ATTR | H5F_OBJ_LOCAL;
+  ssize_t count = H5Fget_obj_count(Id(), kinds);
+  if (count > 0) {
+    size_t n = static_cast<size_t>(count);
+    hid_t* ids =
+        static_cast<hid_t*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(count, sizeof(hid_t))));
+    ssize_t got = H5Fget_obj_ids(Id(), kinds, n, ids);
+    for (ssize_t i = 0; i < got; ++i) hdf_Id::CloseCompletely(ids[i]);
+    mem_Free(ids);
+  }
+  m_id.CloseNow();
+}
+
+void hdf_File::SetFlushAfterWrites(bool on) {
+  g_flushAfterWrites = on;
+}
+
+bool hdf_File::FlushAfterWrites() {
+  return g_flushAfterWrites;
+}
+
+hdf_WriteBatch::hdf_WriteBatch(const hdf_File& file) : m_file(file) {
+  ++g_batchDepth;
+}
+
+hdf_WriteBatch::~hdf_WriteBatch() {
+  --g_batchDepth;
+  if (g_flushAfterWrites && m_file.IsValid() && !m_file.IsReadOnly()) m_file.Flush();
+}
+
+void hdf_FlushAfterWrite(hid_t object) {
+  if (!g_flushAfterWrites || g_batchDepth > 0) return;
+  if (H5Fflush(object, H5F_SCOPE_LOCAL) < 0) {
+    hdf_ReportFailure("hdf_File::Flush", "flush", nullptr, object, true);
+  }
+}

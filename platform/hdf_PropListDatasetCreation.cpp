@@ -1,0 +1,19 @@
+#include "platform/hdf_PropListDatasetCreation.h"
+
+#include "platform/aio_ostream.h"
+
+hdf_PropListDatasetCreation::hdf_PropListDatasetCreation() {
+  hdf_Quiet();
+  m_id = hdf_Id::Own(H5Pcreate(H5P_DATASET_CREATE));
+}
+
+bool hdf_PropListDatasetCreation::SetChunk(const hdf_DimensionList& dims) {
+  if (!IsValid()) return false;
+  if (dims.Count() == 0 || H5Pset_chunk(Id(), dims.Count(), dims.Data()) < 0) {
+    aio_cerr.print("**ERROR hdf_PropListDatasetCreation::SetChunk: cannot use chunks of rank ")
+        .print_int(dims.Count())
+        .print("\n");
+    return false;
+  }
+  return true;
+}

@@ -1,0 +1,60 @@
+// A write through the wrapper that has returned survives the process being
+// killed: a child writes and reports, is SIGKILLed with the file still open,
+// and the parent finds every reported write in the file.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/hdf.h"
+#include "support/killed_writer.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+TEST(HdfDurability, CompletedWritesSurviveAKill) {
+  ScratchDir dir;
+  std::string path = dir.File("killed.h5");
+  std::vector<std::string> reported = RunAndKill([&](const ReportFunction& report) {
+    hdf_File file = hdf_File::Create(path.c_str(), hdf_File::Exclusive);
+    hdf_Group sim = file.RootGroup().GroupCreate("sim", 0);
+    hdf_PropListDatasetCreation chunked;
+    chunked.SetChunk({1024});
+    for (int i = 0; i < 12; ++i) {
+      hdf_Group g = sim.GroupCreate(std::to_string(i).c_str(), 0);
+      hdf_Attribute a = g.AttributeCreate("n", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({1}));
+      if (!a.Write(hdf_Datatype::NATIVE_INT(), &i)) return;
+      hdf_Dataset d = g.DatasetCreate("bytes", hdf_Datatype::NATIVE_UCHAR(),
+                                      hdf_Dataspace({0}, {hdf_Unlimited}), chunked);
+      std::vector<unsigned char> bytes(static_cast<size_t>(100 * i + 1),
+                                       static_cast<unsigned char>(i));
+      hsize_t n = bytes.size();
+      d.Extend({n});
+      hdf_Dataspace fileSpace = d.Space();
+      fileSpace.SelectHyperslab({0}, {n});
+      if (!d.Write(hdf_Datatype::NATIVE_UCHAR(), hdf_Dataspace({n}), fileSpace, &bytes[0])) return;
+      report(std::to_string(i));
+    }
+    WaitToBeKilled();
+  });
+  ASSERT_EQ(reported.size(), 12u);
+
+  hdf_File file = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+  ASSERT_TRUE(file.IsValid());
+  hdf_Group sim = file.RootGroup().GroupOpen("sim");
+  for (const std::string& name : reported) {
+    int i = std::stoi(name);
+    hdf_Group g = sim.GroupOpen(name.c_str());
+    int n = -1;
+    EXPECT_TRUE(g.AttributeOpen("n").Read(hdf_Datatype::NATIVE_INT(), &n));
+    EXPECT_EQ(n, i);
+    hdf_Dataset d = g.DatasetOpen("bytes");
+    hsize_t size = d.Space().Dimensions()[0];
+    ASSERT_EQ(size, static_cast<hsize_t>(100 * i + 1));
+    std::vector<unsigned char> bytes(size);
+    EXPECT_TRUE(d.Read(hdf_Datatype::NATIVE_UCHAR(), hdf_Dataspace({size}), d.Space(), &bytes[0]));
+    EXPECT_EQ(bytes, std::vector<unsigned char>(size, static_cast<unsigned char>(i)));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+#include "support/killed_writer.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace {
+int g_reportFd = -1;  // the child's end of the pipe
+
+void WriteAll(int fd, const std::string& bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) _exit(3);
+    done += static_cast<size_t>(n);
+  }
+}
+}  // namespace
+
+void WaitToBeKilled() {
+  WriteAll(g_reportFd, "#done\n");
+  for (;;) pause();
+}
+
+std::vector<std::string> RunAndKill(const std::function<void(const ReportFunction&)>& write) {
+  int fds[2];
+  if (pipe(fds) != 0) std::abort();
+  pid_t child = fork();
+  if (child == 0) {
+    close(fds[0]);
+    g_reportFd = fds[1];
+    write([](const std::string& line) { WriteAll(g_reportFd, line + "\n"); });
+    WaitToBeKilled();  // a writer that returned has closed its objects already
+  }
+  close(fds[1]);
+  std::vector<std::string> lines;
+  std::string pending;
+  char buffer[256];
+  bool done = false;
+  while (!done) {
+    ssize_t n = read(fds[0], buffer, sizeof buffer);
+    if (n <= 0) break;  // the child died early: return what it reported
+    pending.append(buffer, static_cast<size_t>(n));
+    size_t end;
+    while ((end = pending.find('\n')) != std::string::npos) {
+      std::string line = pending.substr(0, end);
+      pending.erase(0, end + 1);
+      if (line == "#done") {
+        done = true;
+      } else {
+        lines.push_back(line);
+      }
+    }
+  }
+  kill(child, SIGKILL);
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(fds[0]);
+  return lines;
+}

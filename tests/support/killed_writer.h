@@ -1,0 +1,23 @@
+// Test helper: runs a writer in a child process and kills it (SIGKILL)
+// after it has reported what it wrote, before it can close anything.
+//
+// The child calls `write(report)`; each report(...) line goes to the parent
+// at once. The writer ends by calling WaitToBeKilled() while its files and
+// objects are still open (returning from `write` would close them). The
+// parent collects the lines, kills the child and returns them. Whatever the
+// reports name must then be found in the files on disk.
+#ifndef DDB_TESTS_SUPPORT_KILLED_WRITER_H_
+#define DDB_TESTS_SUPPORT_KILLED_WRITER_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+typedef std::function<void(const std::string& line)> ReportFunction;
+
+// Tells the parent the writer is done, then sleeps until killed.
+[[noreturn]] void WaitToBeKilled();
+
+std::vector<std::string> RunAndKill(const std::function<void(const ReportFunction&)>& write);
+
+#endif  // DDB_TESTS_SUPPORT_KILLED_WRITER_H_
