@@ -68,14 +68,6 @@ void gbb_MemoryStream::Write(bool value) {
   Write(static_cast<unsigned char>(value ? 1 : 0));
 }
 
-void gbb_MemoryStream::Write(unsigned char value) {
-  WriteBytes(&value, 1);
-}
-
-void gbb_MemoryStream::Write(int value) {
-  WriteWord(&value, sizeof value);
-}
-
 void gbb_MemoryStream::Write(double value) {
   static_assert(sizeof(double) == 8, "doubles are stored as binary64");
   WriteWord(&value, sizeof value);
@@ -100,10 +92,6 @@ void gbb_MemoryStream::Write(QELSimDSetID id) {
   WriteId(id);
 }
 
-void gbb_MemoryStream::WriteTag(Shape shape, Base base) {
-  Write(static_cast<unsigned char>(shape * 16 + base));
-}
-
 template <class Id>
 void gbb_MemoryStream::WriteId(const Id& id) {
   if (m_status != ErrorNone) return;
@@ -122,14 +110,6 @@ bool gbb_MemoryStream::Read(bool& value) {
   if (!ReadBytes(&byte, 1)) return false;
   value = byte != 0;
   return true;
-}
-
-bool gbb_MemoryStream::Read(unsigned char& value) {
-  return ReadBytes(&value, 1);
-}
-
-bool gbb_MemoryStream::Read(int& value) {
-  return ReadWord(&value, sizeof value);
 }
 
 bool gbb_MemoryStream::Read(double& value) {
@@ -182,21 +162,6 @@ bool gbb_MemoryStream::ReadId(Id& id) {
   return true;
 }
 
-bool gbb_MemoryStream::Read(Shape shape, Base base) {
-  unsigned char tag;
-  if (!ReadBytes(&tag, 1)) return false;
-  if (tag != shape * 16 + base) {
-    m_status = ErrorTagMismatch;
-    return false;
-  }
-  return true;
-}
-
-int gbb_MemoryStream::Remaining() const {
-  int end = m_limit < m_buffer.count() ? m_limit : m_buffer.count();
-  return end > m_position ? end - m_position : 0;
-}
-
 bool gbb_MemoryStream::ReadExternal(QELSimIDExternal& form) {
   int length = 0;
   if (!Read(length)) return false;
@@ -209,39 +174,18 @@ bool gbb_MemoryStream::ReadExternal(QELSimIDExternal& form) {
   return true;
 }
 
-void gbb_MemoryStream::WriteBytes(const void* bytes, int count) {
-  if (m_status != ErrorNone) return;
-  m_buffer.appendRange(static_cast<const unsigned char*>(bytes), count);
-}
-
-void gbb_MemoryStream::WriteWord(const void* value, int size) {
-  if (!m_swap) {
-    WriteBytes(value, size);
-    return;
-  }
+void gbb_MemoryStream::WriteSwapped(const void* value, int size) {
   unsigned char reversed[8];
   const unsigned char* in = static_cast<const unsigned char*>(value);
   for (int i = 0; i < size; ++i) reversed[i] = in[size - 1 - i];
   WriteBytes(reversed, size);
 }
 
-bool gbb_MemoryStream::ReadBytes(void* bytes, int count) {
-  if (m_status != ErrorNone) return false;
-  // The header may claim more than the buffer holds: never read past either.
-  if (count < 0 || count > Remaining()) {
-    m_status = ErrorOverrun;
-    return false;
-  }
-  std::memcpy(bytes, m_buffer.data() + m_position, static_cast<size_t>(count));
-  m_position += count;
-  return true;
-}
-
-bool gbb_MemoryStream::ReadWord(void* value, int size) {
+bool gbb_MemoryStream::ReadSwapped(void* value, int size) {
   unsigned char bytes[8];
   if (!ReadBytes(bytes, size)) return false;
   unsigned char* out = static_cast<unsigned char*>(value);
-  for (int i = 0; i < size; ++i) out[i] = bytes[m_swap ? size - 1 - i : i];
+  for (int i = 0; i < size; ++i) out[i] = bytes[size - 1 - i];
   return true;
 }
 

@@ -28,6 +28,8 @@
 #ifndef DDB_PERSISTENCE_GBB_MEMORYSTREAM_H_
 #define DDB_PERSISTENCE_GBB_MEMORYSTREAM_H_
 
+#include <cstring>
+
 #include "containers/ada_string.h"
 #include "persistence/gbb_AutoArray.h"
 #include "platform/QELSimIDs.h"
@@ -65,8 +67,8 @@ class DDB_API gbb_MemoryStream {
   Buffer GetBuffer();
 
   void Write(bool value);
-  void Write(unsigned char value);
-  void Write(int value);
+  void Write(unsigned char value) { WriteBytes(&value, 1); }
+  void Write(int value) { WriteWord(&value, sizeof value); }
   void Write(double value);
   void Write(const ada_string& value);
   // An identifier that is valid and of another context sets ErrorForeignID.
@@ -74,13 +76,13 @@ class DDB_API gbb_MemoryStream {
   void Write(QELSimCSetID id);
   void Write(QELSimDistributionID id);
   void Write(QELSimDSetID id);
-  void WriteTag(Shape shape, Base base);
+  void WriteTag(Shape shape, Base base) { Write(static_cast<unsigned char>(shape * 16 + base)); }
 
   // Each returns true when the value was read; on failure the output keeps
   // its value and Status() says why.
   bool Read(bool& value);
-  bool Read(unsigned char& value);
-  bool Read(int& value);
+  bool Read(unsigned char& value) { return ReadBytes(&value, 1); }
+  bool Read(int& value) { return ReadWord(&value, sizeof value); }
   bool Read(double& value);
   // Stops at the first NUL byte of the stored text.
   bool Read(ada_string& value);
@@ -89,7 +91,13 @@ class DDB_API gbb_MemoryStream {
   bool Read(QELSimDistributionID& id);
   bool Read(QELSimDSetID& id);
   // Reads a tag byte; ErrorTagMismatch when it is not shape * 16 + base.
-  bool Read(Shape shape, Base base);
+  bool Read(Shape shape, Base base) {
+    unsigned char tag;
+    if (!ReadBytes(&tag, 1)) return false;
+    if (tag == shape * 16 + base) return true;
+    m_status = ErrorTagMismatch;
+    return false;
+  }
 
   int Status() const { return m_status; }
   // Sets `error` unless a failure already stands: the first one sticks.
@@ -101,15 +109,43 @@ class DDB_API gbb_MemoryStream {
   int Limit() const { return m_limit; }
   bool AtEnd() const { return m_position == m_limit; }
   // Bytes a reader can still take: up to the limit and within the buffer.
-  int Remaining() const;
+  int Remaining() const {
+    int end = m_limit < m_buffer.count() ? m_limit : m_buffer.count();
+    return end > m_position ? end - m_position : 0;
+  }
   QELSimContextID Context() const { return m_context; }
 
  private:
-  void WriteBytes(const void* bytes, int count);
-  // Little-endian on every host.
-  void WriteWord(const void* value, int size);
-  bool ReadBytes(void* bytes, int count);
-  bool ReadWord(void* value, int size);
+  // The byte-level primitives are inline: every value passes through them.
+  void WriteBytes(const void* bytes, int count) {
+    if (m_status == ErrorNone)
+      m_buffer.appendRange(static_cast<const unsigned char*>(bytes), count);
+  }
+  bool ReadBytes(void* bytes, int count) {
+    if (m_status != ErrorNone) return false;
+    // The header may claim more than the buffer holds: never read past either.
+    if (count < 0 || count > Remaining()) {
+      m_status = ErrorOverrun;
+      return false;
+    }
+    std::memcpy(bytes, m_buffer.data() + m_position, static_cast<size_t>(count));
+    m_position += count;
+    return true;
+  }
+  // Numbers little-endian on every host.
+  void WriteWord(const void* value, int size) {
+    if (m_swap) {
+      WriteSwapped(value, size);
+    } else {
+      WriteBytes(value, size);
+    }
+  }
+  bool ReadWord(void* value, int size) {
+    if (m_swap) return ReadSwapped(value, size);
+    return ReadBytes(value, size);
+  }
+  void WriteSwapped(const void* value, int size);
+  bool ReadSwapped(void* value, int size);
   void WriteSize();
   template <class Id>
   void WriteId(const Id& id);
