@@ -25,6 +25,11 @@ for t in QELSimDSetID QELSimDistributionID QELSimCSetID QELSimCollectionID ada_s
   need "ada_List<$t>::operator[](int)"
   need "ada_List<$t>::reserve(int)"
 done
+# The DOF numbering.
+need "fesD_NodalDofDefinition::fesD_NodalDofDefinition(int*, int, int, bool)"
+need "fesD_NodalDofDefinition::SetupSolverDofs(int, int const*)"
+need "fesD_NodalDofDefinition::SetupSolverDofs(int const*, int const*)"
+need "fesD_NodalDofDefinition::SolverDofsFromNodes(bool const*, int&) const"
 # Internal helpers of the list stay hidden.
 if printf '%s\n' "$syms" | grep -q "ScratchSlot\|ReportOutOfBounds"; then
   echo "internal helper exported"; fail=1

@@ -1,5 +1,5 @@
-// The numbering itself: mask preparation, the nodal tables, the three ways
-// of setting up a solver ordering and the queries that need loops.
+// The numbering itself: mask preparation, the nodal tables, the solver
+// orderings and the queries that need loops.
 //
 // Masks are scanned as unsigned words, set bit by set bit, so a scan costs
 // the number of active labels and always ends. Every table is an int array
@@ -16,12 +16,21 @@
 
 namespace {
 
-const uint32_t kAcousticLabelBit = 1u << 7;  // label 8
-const uint32_t kLabel10Bit = 1u << 9;
+const int kAcousticLabel = 8;
+const uint32_t kAcousticLabelBit = 1u << (kAcousticLabel - 1);
 const uint32_t kLabel32Bit = 1u << 31;
 
 int* NewInts(int64_t count) {
   return static_cast<int*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(count, sizeof(int))));
+}
+
+// Number of labels in a mask. Portable bit counting: the generic x86-64
+// target has no popcount instruction and would call a library routine.
+inline int CountLabels(uint32_t m) {
+  m = m - ((m >> 1) & 0x55555555u);
+  m = (m & 0x33333333u) + ((m >> 2) & 0x33333333u);
+  m = (m + (m >> 4)) & 0x0F0F0F0Fu;
+  return static_cast<int>((m * 0x01010101u) >> 24);
 }
 
 // Lowest set label of a non-zero mask.
@@ -68,11 +77,21 @@ fesD_NodalDofDefinition::fesD_NodalDofDefinition(int* masks, int numNodes, int s
     AbortInconsistent("NODE COUNT OUTSIDE THE RANGE OF THE NODAL DOF NUMBERING.\n", "NODES / LIMIT",
                       numNodes, kMaxNodes);
   }
-  PrepareMasks(shift, addLabel10);
-  SetupNodalTables();
+  // An allocation that fails throws; the tables made so far and the adopted
+  // masks must not leak with it.
+  try {
+    SetupNodalTables(PrepareMasks(shift, addLabel10));
+  } catch (...) {
+    ReleaseTables();
+    throw;
+  }
 }
 
 fesD_NodalDofDefinition::~fesD_NodalDofDefinition() {
+  ReleaseTables();
+}
+
+void fesD_NodalDofDefinition::ReleaseTables() {
   mem_Free(m_maxDofToSystem);
   mem_Free(m_labelToDofId);
   mem_Free(m_dofIdToLabel);
@@ -85,33 +104,31 @@ fesD_NodalDofDefinition::~fesD_NodalDofDefinition() {
 }
 
 // Label 8 drags in label 10 on request; then every label L drags in L + shift
-// (labels pushed past 31 fall off). A shift can set the sign bit, so label 32
-// is refused only after preparation.
-void fesD_NodalDofDefinition::PrepareMasks(int shift, bool addLabel10) {
+// (labels pushed past 31 fall off). Returns the union of the prepared masks.
+// A shift can set the sign bit, so label 32 is refused after preparation; the
+// loop stays branch-free and the culprit is looked for only on failure.
+uint32_t fesD_NodalDofDefinition::PrepareMasks(int shift, bool addLabel10) {
   const unsigned s = static_cast<unsigned>(shift) & 31u;
+  const uint32_t acoustic = addLabel10 ? kAcousticLabelBit : 0;
   uint32_t* masks = reinterpret_cast<uint32_t*>(m_activityMasks);
+  uint32_t unionMask = 0;
   for (int n = 0; n < m_numNodes; ++n) {
     uint32_t m = masks[n];
-    if (addLabel10 && (m & kAcousticLabelBit) != 0) m |= kLabel10Bit;
+    m |= (m & acoustic) << (10 - kAcousticLabel);
     m |= m << s;
     masks[n] = m;
-    if ((m & kLabel32Bit) != 0) {
-      AbortInconsistent("NODAL DOF MASK WITH LABEL 32 SET.\n", "NODE / MASK", n,
-                        static_cast<int>(m));
-    }
+    unionMask |= m;
   }
+  if ((unionMask & kLabel32Bit) != 0) {
+    int n = 0;
+    while ((masks[n] & kLabel32Bit) == 0) ++n;
+    AbortInconsistent("NODAL DOF MASK WITH LABEL 32 SET.\n", "NODE / MASK", n, m_activityMasks[n]);
+  }
+  return unionMask;
 }
 
-void fesD_NodalDofDefinition::SetupNodalTables() {
-  const uint32_t* masks = reinterpret_cast<const uint32_t*>(m_activityMasks);
-  uint32_t unionMask = 0;
-  int64_t numDofs = 0;
-  for (int n = 0; n < m_numNodes; ++n) {
-    unionMask |= masks[n];
-    numDofs += __builtin_popcount(masks[n]);
-  }
-
-  m_maxNodalDof = __builtin_popcount(unionMask);
+void fesD_NodalDofDefinition::SetupNodalTables(uint32_t unionMask) {
+  m_maxNodalDof = CountLabels(unionMask);
   const int highest = unionMask == 0 ? 0 : 32 - __builtin_clz(unionMask);
   m_nodalDofIdBuffer = NewInts(m_maxNodalDof);
   m_labelToDofId = NewInts(highest + 1);
@@ -119,43 +136,53 @@ void fesD_NodalDofDefinition::SetupNodalTables() {
   // Labels outside the union have no DOF id; -1 rather than whatever the
   // allocator left there.
   std::fill(m_labelToDofId, m_labelToDofId + highest + 1, -1);
-  uint32_t dofIdBit[32];
+  unsigned labelBit[32];  // bit position of each DOF id's label
   int r = 0;
   for (uint32_t rest = unionMask; rest != 0; rest &= rest - 1, ++r) {
     const int label = LowestLabel(rest);
     m_labelToDofId[label] = r;
     m_dofIdToLabel[r] = label;
-    dofIdBit[r] = 1u << (label - 1);
+    labelBit[r] = static_cast<unsigned>(label - 1);
   }
 
-  // Node count is capped, so neither the row table nor the codes overflow an int.
+  // The node count is capped, so neither the row table nor the codes
+  // overflow an int. The codes get room for a full row per node and give
+  // back the rest at the end, which spares a counting pass.
   const int width = m_maxNodalDof;
-  m_maxDofToSystem = NewInts(static_cast<int64_t>(width) * m_numNodes);
-  m_systemDofCode = NewInts(numDofs);
+  const int64_t cells = static_cast<int64_t>(width) * m_numNodes;
+  m_maxDofToSystem = NewInts(cells);
+  m_systemDofCode = NewInts(cells);
+  // Nodes mostly repeat the mask of the node before (solid after solid,
+  // shell after shell), so each new mask is turned once into a pattern: per
+  // DOF id its rank among the node's DOF ids (-1 if absent), and the node's
+  // DOF ids. Applying a pattern has no dependency from one entry to the next.
+  const uint32_t* masks = reinterpret_cast<const uint32_t*>(m_activityMasks);
+  int* codes = m_systemDofCode;
+  int rankOf[32], dofIds[32];
+  int perNode = 0;
+  uint32_t patternMask = kLabel32Bit;  // no prepared mask has it
   int dof = 0;
   for (int n = 0; n < m_numNodes; ++n) {
-    int* row = m_maxDofToSystem + static_cast<int64_t>(width) * n;
-    const int base = 128 * (n + 1);
     const uint32_t m = masks[n];
-    if (m == unionMask) {
-      // The common case: the node carries every label of the mesh.
+    if (m != patternMask) {
+      perNode = 0;
       for (int d = 0; d < width; ++d) {
-        row[d] = dof + d;
-        m_systemDofCode[dof + d] = base + d;
+        const bool active = ((m >> labelBit[d]) & 1u) != 0;
+        rankOf[d] = active ? perNode : -1;
+        if (active) dofIds[perNode++] = d;
       }
-      dof += width;
-      continue;
+      patternMask = m;
     }
-    for (int d = 0; d < width; ++d) {
-      if ((m & dofIdBit[d]) != 0) {
-        row[d] = dof;
-        m_systemDofCode[dof++] = base + d;
-      } else {
-        row[d] = -1;
-      }
-    }
+    int* row = m_maxDofToSystem + static_cast<int64_t>(width) * n;
+    for (int d = 0; d < width; ++d) row[d] = (dof + rankOf[d]) | (rankOf[d] >> 31);
+    const int base = 128 * (n + 1);
+    for (int j = 0; j < perNode; ++j) codes[dof + j] = base + dofIds[j];
+    dof += perNode;
   }
   m_numDofs = dof;
+  if (dof < cells) {
+    m_systemDofCode = static_cast<int*>(mem_Realloc(m_systemDofCode, mem_ArraySize(dof, 4)));
+  }
 }
 
 const int* fesD_NodalDofDefinition::NodalDofIds(int node, int& count) const {
@@ -192,25 +219,72 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   m_solverToSystemId = nullptr;
   m_numSolverDofs = numSolverDofs;
   m_solverToSystemId = NewInts(m_numDofs);
-  if (solverToSystem != nullptr) {
-    std::memcpy(m_solverToSystemId, solverToSystem, mem_ArraySize(numSolverDofs, sizeof(int)));
-  } else {
-    for (int i = 0; i < numSolverDofs; ++i) m_solverToSystemId[i] = i;
-  }
 
-  m_numSolverAcousticDofs = 0;
-  uint32_t solverLabelMask = 0;
+  // One pass copies the ordering, refuses positions that are no system DOF
+  // before they are used as an index, marks the solver's DOFs, and collects
+  // the DOF ids in use and the number of acoustic ones. (Locals: the byte
+  // stores could alias any member and force reloads.)
+  const int numDofs = m_numDofs;
+  int* order = m_solverToSystemId;
+  const int* codes = m_systemDofCode;
+  unsigned char* used =
+      static_cast<unsigned char*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(numDofs, 1)));
+  std::memset(used, 0, static_cast<size_t>(numDofs));
+  const int acousticDofId = m_maxNodalDof > 0 && DofLabel(m_maxNodalDof - 1) >= kAcousticLabel
+                                ? SystemDofId(kAcousticLabel)
+                                : -1;
+  const bool everyDof = numSolverDofs == numDofs;
+  uint32_t dofIdMask = 0;
+  int acoustic = 0;
   for (int i = 0; i < numSolverDofs; ++i) {
-    const int s = m_solverToSystemId[i];
-    // Positions that are no system DOF are refused by CompleteSolverDofs;
-    // they must not be used as an index before that.
-    if (static_cast<unsigned>(s) >= static_cast<unsigned>(m_numDofs)) continue;
-    const uint32_t labelBit = 1u << (DofLabel(NodeDofFromSystemDof(s).dof) - 1);
-    solverLabelMask |= labelBit;
-    if (labelBit == kAcousticLabelBit) ++m_numSolverAcousticDofs;
+    const int s = solverToSystem != nullptr ? solverToSystem[i] : i;
+    if (static_cast<unsigned>(s) >= static_cast<unsigned>(numDofs)) {
+      AbortInconsistent("ATTEMPTED TO SET SOLVER DOF THAT IS NOT AN ACTIVE MESH DOF.\n");
+    }
+    order[i] = s;
+    used[s] = 1;
+    if (everyDof) continue;
+    const int dofId = codes[s] & 63;
+    dofIdMask |= 1u << dofId;
+    acoustic += dofId == acousticDofId;
+  }
+  if (everyDof) {
+    // An ordering of all system DOFs (a permutation, or refused below) uses
+    // every DOF id, and its acoustic DOFs are the nodes carrying label 8:
+    // cheaper to count on the masks than through the codes.
+    dofIdMask = m_maxNodalDof == 0 ? 0 : 0xFFFFFFFFu >> (32 - m_maxNodalDof);
+    for (int n = 0; n < m_numNodes; ++n) {
+      acoustic += static_cast<int>(
+          (static_cast<uint32_t>(m_activityMasks[n]) >> (kAcousticLabel - 1)) & 1u);
+    }
+  }
+  m_numSolverAcousticDofs = acoustic;
+  uint32_t solverLabelMask = 0;
+  for (uint32_t rest = dofIdMask; rest != 0; rest &= rest - 1) {
+    solverLabelMask |= 1u << (DofLabel(__builtin_ctz(rest)) - 1);
   }
   SetupSolverDofIdMaps(solverLabelMask);
-  CompleteSolverDofs();
+
+  // Behind the solver's DOFs every other system DOF, ascending. A duplicate
+  // leaves more of them than free entries: those are counted, not stored,
+  // and the count refuses the ordering.
+  int64_t position = numSolverDofs;
+  const uint64_t kEightUsed = 0x0101010101010101ull;
+  for (int s = 0; s < numDofs;) {
+    uint64_t eight = 0;
+    if (s + 8 <= numDofs) std::memcpy(&eight, used + s, 8);
+    if (eight == kEightUsed) {  // the usual case: skip eight at a time
+      s += 8;
+      continue;
+    }
+    if (used[s] == 0) {
+      if (position < numDofs) order[position] = s;
+      ++position;
+    }
+    ++s;
+  }
+  mem_Free(used);
+  if (position != numDofs) AbortInconsistent(kInconsistentCount);
 }
 
 void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* solverMasks) {
@@ -232,26 +306,53 @@ void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* so
     }
   }
 
-  m_numSolverDofs = 0;
+  // Every node is visited once and asks only for labels it has, so the
+  // solver's DOFs are distinct system DOFs and fit the table. (Locals keep
+  // the stores into the table from forcing members to be reloaded.)
+  const int* meshMasks = m_activityMasks;
+  const int* labelToDofId = m_labelToDofId;
+  const int* rows = m_maxDofToSystem;
+  const int64_t width = m_maxNodalDof;
+  int* order = m_solverToSystemId;
+  int count = 0;
   uint32_t solverLabelMask = 0;
   for (int k = 0; k < m_numNodes; ++k) {
     const int n = nodeAtRank != nullptr ? nodeAtRank[k] : k;
     const uint32_t m = static_cast<uint32_t>(solverMasks[n]);
-    const uint32_t meshMask = static_cast<uint32_t>(m_activityMasks[n]);
+    const uint32_t meshMask = static_cast<uint32_t>(meshMasks[n]);
     // A label the node lacks (whether or not the mesh has it elsewhere) has
     // no system DOF to point at.
     if ((m & ~meshMask) != 0) {
       AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
-                        solverMasks[n], m_activityMasks[n]);
+                        solverMasks[n], meshMasks[n]);
     }
+    if (m == 0) continue;
     solverLabelMask |= m;
-    for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
-      m_solverToSystemId[m_numSolverDofs++] = SystemOrdinal(n, SystemDofId(LowestLabel(rest)));
+    const int* row = rows + width * n;
+    if (m == meshMask) {
+      // All of the node's DOFs: consecutive system DOFs.
+      const int first = row[labelToDofId[LowestLabel(m)]];
+      const int c = CountLabels(m);
+      for (int j = 0; j < c; ++j) order[count + j] = first + j;
+      count += c;
+    } else {
+      for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
+        order[count++] = row[labelToDofId[LowestLabel(rest)]];
+      }
     }
   }
+  m_numSolverDofs = count;
   mem_Free(nodeAtRank);
   SetupSolverDofIdMaps(solverLabelMask);
-  CompleteSolverDofs();
+
+  // The DOFs left out, in ascending system order, are node by node the
+  // labels the node has and the solver did not ask for.
+  for (int n = 0; n < m_numNodes; ++n) {
+    uint32_t rest = static_cast<uint32_t>(meshMasks[n]) & ~static_cast<uint32_t>(solverMasks[n]);
+    if (rest == 0) continue;
+    const int* row = rows + width * n;
+    for (; rest != 0; rest &= rest - 1) order[count++] = row[labelToDofId[LowestLabel(rest)]];
+  }
 }
 
 // Ranks the DOF ids whose labels the solver uses. The tables of an earlier
@@ -276,31 +377,6 @@ void fesD_NodalDofDefinition::SetupSolverDofIdMaps(uint32_t solverLabelMask) {
   }
 }
 
-// Appends the system DOFs the solver does not use, ascending, so that the
-// ordering becomes a permutation of all system DOFs.
-void fesD_NodalDofDefinition::CompleteSolverDofs() {
-  unsigned char* used =
-      static_cast<unsigned char*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(m_numDofs, 1)));
-  std::memset(used, 0, static_cast<size_t>(m_numDofs));
-  for (int i = 0; i < m_numSolverDofs; ++i) {
-    const int s = m_solverToSystemId[i];
-    if (static_cast<unsigned>(s) >= static_cast<unsigned>(m_numDofs)) {
-      AbortInconsistent("ATTEMPTED TO SET SOLVER DOF THAT IS NOT AN ACTIVE MESH DOF.\n");
-    }
-    used[s] = 1;
-  }
-  // A duplicate in the solver ordering leaves more unused DOFs than free
-  // entries; those are counted but not stored, and the count check ends it.
-  int64_t position = m_numSolverDofs;
-  for (int s = 0; s < m_numDofs; ++s) {
-    if (used[s] != 0) continue;
-    if (position < m_numDofs) m_solverToSystemId[position] = s;
-    ++position;
-  }
-  if (position != m_numDofs) AbortInconsistent(kInconsistentCount);
-  mem_Free(used);
-}
-
 void fesD_NodalDofDefinition::FailSolverDofsMissing() {
   aio_cerr.print("Assertion failed: m_solverToSystemId\n").flush();
   std::abort();
@@ -308,7 +384,9 @@ void fesD_NodalDofDefinition::FailSolverDofsMissing() {
 
 void fesD_NodalDofDefinition::MappingToSolverDofs(int* out) const {
   RequireSolverDofs();
-  for (int i = 0; i < m_numDofs; ++i) out[m_solverToSystemId[i]] = i;
+  const int* order = m_solverToSystemId;
+  const int numDofs = m_numDofs;
+  for (int i = 0; i < numDofs; ++i) out[order[i]] = i;
 }
 
 void fesD_NodalDofDefinition::MapToSolverDofs(int* values, int count) const {

@@ -108,10 +108,10 @@ class DDB_API fesD_NodalDofDefinition {
   int* SolverDofsFromNodes(const bool* selected, int& count) const;
 
  private:
-  void PrepareMasks(int shift, bool addLabel10);
-  void SetupNodalTables();
+  void ReleaseTables();
+  uint32_t PrepareMasks(int shift, bool addLabel10);
+  void SetupNodalTables(uint32_t unionMask);
   void SetupSolverDofIdMaps(uint32_t solverLabelMask);
-  void CompleteSolverDofs();
   void RequireSolverDofs() const {
     if (m_solverToSystemId == nullptr) FailSolverDofsMissing();
   }
