@@ -106,11 +106,21 @@ int* AllocatorCopy(const Ints& masks) {
   return copy;
 }
 
-std::vector<bool> RandomSelection(int n, std::mt19937& rng) {
-  std::vector<bool> selected(n);
-  for (int i = 0; i < n; ++i) selected[i] = rng() % 3 == 0;
-  return selected;
-}
+// A random third of the nodes, and their system DOFs in ascending order.
+struct Selection {
+  std::unique_ptr<bool[]> flags;
+  Ints systemDofs;
+
+  Selection(const Reference& ref, std::mt19937& rng) {
+    const int nodes = static_cast<int>(ref.nodeLabels.size());
+    flags.reset(new bool[nodes + 1]);
+    for (int n = 0; n < nodes; ++n) {
+      flags[n] = rng() % 3 == 0;
+      if (!flags[n]) continue;
+      for (int label : ref.nodeLabels[n]) systemDofs.push_back(ref.systemDofOf.at({n, label}));
+    }
+  }
+};
 
 void CheckNodal(const fesD_NodalDofDefinition& def, const Reference& ref, std::mt19937& rng) {
   const int nodes = static_cast<int>(ref.nodeLabels.size());
@@ -159,17 +169,10 @@ void CheckNodal(const fesD_NodalDofDefinition& def, const Reference& ref, std::m
   }
   EXPECT_TRUE(SameInts(decoded, wantDecoded));
 
-  std::vector<bool> selected = RandomSelection(nodes, rng);
-  std::unique_ptr<bool[]> flags(new bool[nodes + 1]);
-  Ints want;
-  for (int n = 0; n < nodes; ++n) {
-    flags[n] = selected[n];
-    if (!selected[n]) continue;
-    for (int label : ref.nodeLabels[n]) want.push_back(ref.systemDofOf.at({n, label}));
-  }
+  Selection selection(ref, rng);
   int count = -1;
-  int* got = def.SystemDofsFromNodes(flags.get(), count);
-  EXPECT_TRUE(SameInts(Ints(got, got + count), want));
+  int* got = def.SystemDofsFromNodes(selection.flags.get(), count);
+  EXPECT_TRUE(SameInts(Ints(got, got + count), selection.systemDofs));
   mem_Free(got);
 }
 
@@ -205,18 +208,12 @@ void CheckSolver(const fesD_NodalDofDefinition& def, const Reference& ref,
   def.MapToSolverDofs(values.data(), static_cast<int>(values.size()));
   EXPECT_TRUE(SameInts(values, wantValues));
 
-  const int nodes = def.NumberOfNodes();
-  std::vector<bool> selected = RandomSelection(nodes, rng);
-  std::unique_ptr<bool[]> flags(new bool[nodes + 1]);
+  Selection selection(ref, rng);
   Ints want;
-  for (int n = 0; n < nodes; ++n) {
-    flags[n] = selected[n];
-    if (!selected[n]) continue;
-    for (int label : ref.nodeLabels[n]) want.push_back(position[ref.systemDofOf.at({n, label})]);
-  }
+  for (int s : selection.systemDofs) want.push_back(position[s]);
   std::sort(want.begin(), want.end());
   int count = -1;
-  int* got = def.SolverDofsFromNodes(flags.get(), count);
+  int* got = def.SolverDofsFromNodes(selection.flags.get(), count);
   EXPECT_TRUE(SameInts(Ints(got, got + count), want));
   mem_Free(got);
 

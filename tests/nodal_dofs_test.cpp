@@ -32,6 +32,14 @@ std::vector<int> SolverOrder(const fesD_NodalDofDefinition& def) {
 
 using Ints = std::vector<int>;
 
+// SolverDofIdFromSystemDofId then SystemDofIdFromSolverDofId, for every DOF id.
+Ints SolverDofIdMaps(const fesD_NodalDofDefinition& def) {
+  Ints maps;
+  for (int d = 0; d < def.MaxNodalDof(); ++d) maps.push_back(def.SolverDofIdFromSystemDofId(d));
+  for (int d = 0; d < def.MaxNodalDof(); ++d) maps.push_back(def.SystemDofIdFromSolverDofId(d));
+  return maps;
+}
+
 // Node 0 carries labels 1, 2; node 1 labels 1, 3.
 TEST(NodalDofs, TwoNodesWithDifferentLabels) {
   fesD_NodalDofDefinition def(Masks({0b011, 0b101}), 2, 0, false);
@@ -139,12 +147,7 @@ TEST(NodalDofs, SolverOrderingFromArray) {
   EXPECT_EQ(def.NodeDofFromSolverDof(0).node, 1);
   EXPECT_EQ(def.NodeDofFromSolverDof(0).dof, 2);
   // Labels 3 and 1 are used: DOF ids 0 and 2.
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(0), 0);
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(1), -1);
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(2), 1);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(0), 0);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(1), 2);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(2), -1);
+  EXPECT_EQ(SolverDofIdMaps(def), Ints({0, -1, 1, 0, 2, -1}));
 
   int values[] = {0, 3, 2};
   def.MapToSolverDofs(values, 3);
@@ -162,8 +165,7 @@ TEST(NodalDofs, SolverOrderingFromArray) {
   def.SetupSolverDofs(3, nullptr);
   EXPECT_EQ(SolverOrder(def), Ints({0, 1, 2, 3}));
   EXPECT_EQ(def.NumberOfSolverDofs(), 3);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(1), 1);  // labels 1 and 2 only
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(2), -1);
+  EXPECT_EQ(SolverDofIdMaps(def), Ints({0, 1, -1, 0, 1, -1}));  // labels 1 and 2 only
 }
 
 TEST(NodalDofs, SolverOrderingFromNodeMasks) {
@@ -173,12 +175,7 @@ TEST(NodalDofs, SolverOrderingFromNodeMasks) {
   EXPECT_EQ(def.NumberOfSolverDofs(), 3);
   EXPECT_EQ(SolverOrder(def), Ints({2, 3, 0, 1}));
   EXPECT_EQ(Mapping(def), Ints({2, 3, 0, 1}));
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(0), 0);
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(1), -1);
-  EXPECT_EQ(def.SolverDofIdFromSystemDofId(2), 1);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(0), 0);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(1), 2);
-  EXPECT_EQ(def.SystemDofIdFromSolverDofId(2), -1);
+  EXPECT_EQ(SolverDofIdMaps(def), Ints({0, -1, 1, 0, 2, -1}));
 
   // Without ranks the nodes come in index order.
   def.SetupSolverDofs(nullptr, solverMasks);
