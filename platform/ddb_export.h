@@ -7,5 +7,7 @@
 #define DDB_PLATFORM_DDB_EXPORT_H_
 
 #define DDB_API __attribute__((visibility("default")))
+// Keeps one member of an exported class template out of the interface.
+#define DDB_LOCAL __attribute__((visibility("hidden")))
 
 #endif  // DDB_PLATFORM_DDB_EXPORT_H_

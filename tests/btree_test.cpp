@@ -1,0 +1,436 @@
+// omi_Btree: the balancing rule and its shapes, removal, the default slot,
+// copies, the iterator, the allocation promises, and a randomized comparison
+// with std::map that checks the tree's structure after every batch.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "containers/ada_MapInt.h"
+#include "containers/ada_MapString.h"
+#include "containers/omi_Btree.h"
+#include "platform/mem.h"
+
+namespace {
+
+typedef omi_Btree<ada_MapIntKey, int> IntTree;
+typedef omi_BtreeNode<ada_MapIntKey, int> IntNode;
+
+std::string KeyText(const ada_MapIntKey& k) {
+  return std::to_string(k.key);
+}
+std::string KeyText(const ada_string& k) {
+  return std::string("\"") + k.cStr() + "\"";
+}
+
+// "key:height" for a leaf, "key:height(left,right)" otherwise, "-" for an
+// absent child.
+template <class Node>
+std::string Shape(const Node* n) {
+  if (n == nullptr) return "-";
+  std::string s = KeyText(n->ConstGetKey()) + ":" + std::to_string(n->Height());
+  if (n->Left() == nullptr && n->Right() == nullptr) return s;
+  return s + "(" + Shape(n->Left()) + "," + Shape(n->Right()) + ")";
+}
+
+std::vector<int> Ascending(const IntTree& tree) {
+  std::vector<int> keys;
+  omi_BtreeIterator<ada_MapIntKey, int> it(tree);
+  for (it.First(); !it.IsDone(); it.Next()) keys.push_back(it.CurrentKey().key);
+  return keys;
+}
+
+std::vector<int> Descending(const IntTree& tree) {
+  std::vector<int> keys;
+  omi_BtreeIterator<ada_MapIntKey, int> it(tree);
+  for (it.Last(); !it.IsDone(); it.Previous()) keys.push_back(it.CurrentKey().key);
+  return keys;
+}
+
+IntTree TreeOf(std::initializer_list<int> keys) {
+  IntTree t;
+  for (int k : keys) t.Insert(k, k * 10);
+  return t;
+}
+
+long long LiveBlocks() {
+  mem_Statistics s = mem_GetStatistics();
+  return s.allocations - s.frees;
+}
+
+TEST(Btree, ChainOfThreeStandsAndTheFourthRotatesAtTheRoot) {
+  IntTree t = TreeOf({1, 2, 3});
+  EXPECT_EQ(Shape(t.Root()), "1:2(-,2:1(-,3:0))");
+  EXPECT_TRUE(t.Insert(4, 40));
+  EXPECT_EQ(Shape(t.Root()), "2:2(1:0,3:1(-,4:0))");
+  EXPECT_EQ(t.Count(), 4);
+  // The mirror image rotates the other way.
+  IntTree m = TreeOf({4, 3, 2, 1});
+  EXPECT_EQ(Shape(m.Root()), "3:2(2:1(1:0,-),4:0)");
+}
+
+TEST(Btree, InsertOfAPresentKeyKeepsTheFirstValue) {
+  IntTree t = TreeOf({5, 3, 8});
+  EXPECT_FALSE(t.Insert(3, 99));
+  EXPECT_EQ(t.Count(), 3);
+  EXPECT_EQ(t.ConstGet(3), 30);
+}
+
+TEST(Btree, RemoveRootOfOneNodeTreeAndFromEmptyTree) {
+  IntTree t;
+  EXPECT_FALSE(t.Remove(1));
+  t.Insert(1, 10);
+  EXPECT_FALSE(t.Remove(2));
+  EXPECT_EQ(t.Count(), 1);
+  EXPECT_TRUE(t.Remove(1));
+  EXPECT_EQ(t.Root(), nullptr);
+  EXPECT_EQ(t.Count(), 0);
+  EXPECT_FALSE(t.Remove(1));
+}
+
+TEST(Btree, RemovingATwoChildNodeLiftsTheSmallestKeyOnItsRight) {
+  IntTree t = TreeOf({10, 5, 20, 3, 7, 15, 12});
+  ASSERT_EQ(Shape(t.Root()), "10:3(5:1(3:0,7:0),20:2(15:1(12:0,-),-))");
+  EXPECT_TRUE(t.Remove(10));
+  // 12 takes the root; 15 (its old parent) is recomputed, while 20, on the
+  // way between, keeps its old height 2 until something passes through it.
+  EXPECT_EQ(Shape(t.Root()), "12:3(5:1(3:0,7:0),20:2(15:0,-))");
+  EXPECT_EQ(t.Count(), 6);
+  // The next change below 20 recomputes it.
+  t.Insert(25, 250);
+  EXPECT_EQ(Shape(t.Root()), "12:2(5:1(3:0,7:0),20:1(15:0,25:0))");
+
+  // The right child itself is the smallest: it takes the place directly.
+  IntTree u = TreeOf({2, 1, 3, 4});
+  EXPECT_TRUE(u.Remove(2));
+  EXPECT_EQ(Shape(u.Root()), "3:1(1:0,4:0)");
+}
+
+TEST(Btree, RebalancingRunsOnTheWayBackUp) {
+  IntTree t = TreeOf({2, 1, 3, 4});
+  // 3 -> 4 -> 5 stands as a chain; the root sees 0 against 2 and rotates.
+  t.Insert(5, 50);
+  ASSERT_EQ(Shape(t.Root()), "3:2(2:1(1:0,-),4:1(-,5:0))");
+  t.Insert(6, 60);
+  ASSERT_EQ(Shape(t.Root()), "3:3(2:1(1:0,-),4:2(-,5:1(-,6:0)))");
+  // Removing 1 leaves 2 childless (0) against 4's height 2: the root rotates.
+  EXPECT_TRUE(t.Remove(1));
+  EXPECT_EQ(Shape(t.Root()), "4:2(3:1(2:0,-),5:1(-,6:0))");
+  EXPECT_EQ(Ascending(t), (std::vector<int>{2, 3, 4, 5, 6}));
+}
+
+TEST(Btree, MissesReturnTheWritableDefaultSlot) {
+  IntTree t;
+  EXPECT_EQ(t.ConstGet(1), 0);
+  t.Get(1) = 7;  // an empty tree still hands out its slot
+  t.Insert(2, 20);
+  EXPECT_EQ(t.ConstGet(3), 7);
+  EXPECT_EQ(t.Get(4), 7);
+  EXPECT_FALSE(t.IsMember(1));
+  EXPECT_EQ(t.ConstGet(2), 20);
+  EXPECT_EQ(t.DefaultValue(), 7);
+  // Removal builds its stand-in parent from the default; nothing leaks into the tree.
+  EXPECT_TRUE(t.Remove(2));
+  EXPECT_EQ(t.Count(), 0);
+
+  omi_Btree<ada_MapIntKey, double> d;
+  omi_Btree<ada_MapIntKey, bool> b;
+  omi_Btree<ada_MapIntKey, ada_string> s;
+  omi_Btree<ada_MapIntKey, QELSimCSetID> id;
+  EXPECT_EQ(d.ConstGet(1), 0.0);
+  EXPECT_FALSE(b.ConstGet(1));
+  EXPECT_STREQ(s.ConstGet(1).cStr(), "");
+  EXPECT_EQ(id.ConstGet(1), QELSimCSetID());
+}
+
+TEST(Btree, IntKeysCompareByWrappingDifference) {
+  IntTree t = TreeOf({5, -3, 12});
+  EXPECT_EQ(Ascending(t), (std::vector<int>{-3, 5, 12}));
+  // INT_MAX - (-1) wraps negative: INT_MAX is taken as less than -1.
+  IntTree w = TreeOf({-1, INT_MAX});
+  EXPECT_EQ(Ascending(w), (std::vector<int>{INT_MAX, -1}));
+  EXPECT_TRUE(w.IsMember(INT_MAX));
+  EXPECT_EQ(BtreeCompare(ada_MapIntKey(INT_MIN), ada_MapIntKey(INT_MAX)), -1);
+}
+
+TEST(Btree, StringKeysCompareByUnsignedBytesPrefixFirst) {
+  ada_string a("a"), ab("ab"), b("b"), empty, high("\xff");
+  EXPECT_EQ(BtreeCompare(b, a), -1);  // searched a is smaller than node b
+  EXPECT_EQ(BtreeCompare(a, ab), 1);
+  EXPECT_EQ(BtreeCompare(ab, a), -1);
+  EXPECT_EQ(BtreeCompare(a, ada_string("a")), 0);
+  EXPECT_EQ(BtreeCompare(empty, ada_string("")), 0);
+  EXPECT_EQ(BtreeCompare(a, empty), -1);
+  EXPECT_EQ(BtreeCompare(a, high), 1);  // 0xFF sorts after every ASCII byte
+}
+
+TEST(Btree, IteratorStatesAndDirections) {
+  IntTree empty;
+  omi_BtreeIterator<ada_MapIntKey, int> none(empty);
+  EXPECT_TRUE(none.IsDone());
+  none.First();
+  EXPECT_TRUE(none.IsDone());
+  none.Last();
+  EXPECT_TRUE(none.IsDone());
+
+  IntTree t = TreeOf({4, 2, 6, 1, 3, 5, 7});
+  omi_BtreeIterator<ada_MapIntKey, int> it(t);
+  EXPECT_TRUE(it.IsDone());
+  it.Last();
+  EXPECT_EQ(it.CurrentKey().key, 7);
+  EXPECT_EQ(it.CurrentValue(), 70);
+  EXPECT_EQ(Descending(t), (std::vector<int>{7, 6, 5, 4, 3, 2, 1}));
+  EXPECT_EQ(Ascending(t), (std::vector<int>{1, 2, 3, 4, 5, 6, 7}));
+  // Back and forth from the middle; First restarts.
+  it.First();
+  it.Next();
+  it.Next();
+  it.Next();
+  EXPECT_EQ(it.CurrentKey().key, 4);
+  it.Previous();
+  EXPECT_EQ(it.CurrentKey().key, 3);
+  it.Next();
+  it.Next();
+  EXPECT_EQ(it.CurrentKey().key, 5);
+  it.First();
+  EXPECT_EQ(it.CurrentKey().key, 1);
+  it.Previous();
+  EXPECT_TRUE(it.IsDone());
+}
+
+TEST(Btree, IteratorReleasesItsLinks) {
+  IntTree t = TreeOf({4, 2, 6, 1, 3, 5, 7});
+  long long live = LiveBlocks();
+  {
+    omi_BtreeIterator<ada_MapIntKey, int> it(t);
+    it.First();
+    EXPECT_EQ(LiveBlocks(), live + 3);  // one link per level: 4, 2, 1
+    it.Next();
+    it.Next();
+    it.Last();  // restarting drops the old stack
+  }
+  EXPECT_EQ(LiveBlocks(), live);
+}
+
+TEST(Btree, CopiesHaveTheSameShapeAndShareNoNode) {
+  IntTree* source = new IntTree(TreeOf({10, 5, 20, 3, 7, 15, 12}));
+  source->Remove(10);  // leaves a stale height, which the copy keeps too
+  source->Get(99) = -1;
+  IntTree copy(*source);
+  EXPECT_EQ(Shape(copy.Root()), Shape(source->Root()));
+  EXPECT_EQ(copy.Count(), source->Count());
+  EXPECT_EQ(copy.ConstGet(98), -1);
+  EXPECT_NE(copy.Root(), source->Root());
+  EXPECT_NE(copy.Root()->Left(), source->Root()->Left());
+  std::string shape = Shape(copy.Root());
+  delete source;
+  EXPECT_EQ(Shape(copy.Root()), shape);
+
+  IntTree empty(*&copy);
+  empty.Clear();
+  IntTree emptyCopy(empty);
+  EXPECT_EQ(emptyCopy.Root(), nullptr);
+  EXPECT_EQ(emptyCopy.Count(), 0);
+}
+
+TEST(Btree, CopyAssignmentReplacesAndReleasesTheOldNodes) {
+  IntTree a = TreeOf({1, 2, 3});
+  IntTree b = TreeOf({7, 8});
+  b.Get(0) = 5;
+  long long live = LiveBlocks();
+  a = b;
+  EXPECT_EQ(LiveBlocks(), live - 3 + 2);
+  EXPECT_EQ(Shape(a.Root()), Shape(b.Root()));
+  EXPECT_EQ(a.Count(), 2);
+  EXPECT_EQ(a.ConstGet(1), 5);
+  a = a;
+  EXPECT_EQ(Ascending(a), (std::vector<int>{7, 8}));
+  b.Clear();
+  EXPECT_EQ(Ascending(a), (std::vector<int>{7, 8}));
+
+  omi_Btree<ada_MapIntKey, ada_string> s, t;
+  t.Insert(1, "one");
+  t.Get(2) = "fallback";
+  s.Insert(9, "nine");
+  s = t;
+  EXPECT_STREQ(s.ConstGet(1).cStr(), "one");
+  EXPECT_STREQ(s.ConstGet(9).cStr(), "fallback");
+  EXPECT_NE(s.ConstGet(1).cStr(), t.ConstGet(1).cStr());
+}
+
+TEST(Btree, LookupsDoNotAllocateAndInsertAllocatesOneNode) {
+  IntTree t = TreeOf({1, 2, 3, 4, 5});
+  long long before = mem_GetStatistics().allocations;
+  EXPECT_TRUE(t.IsMember(3));
+  EXPECT_EQ(t.ConstGet(6), 0);
+  t.Remove(3);
+  t.Remove(42);
+  EXPECT_EQ(mem_GetStatistics().allocations, before);
+  t.Insert(9, 90);
+  EXPECT_EQ(mem_GetStatistics().allocations, before + 1);
+  t.Insert(9, 91);
+  EXPECT_EQ(mem_GetStatistics().allocations, before + 1);
+}
+
+// ---- randomized comparison with std::map ----
+
+// Checks order and heights of a subtree and returns its real depth (number
+// of levels). Every stored height is at least what its children's stored
+// heights give; where no two-child removal has left a stale height behind,
+// exactly that.
+template <class Node>
+int CheckSubtree(const Node* n, bool exactHeights, int* nodes) {
+  if (n == nullptr) return 0;
+  ++*nodes;
+  if (n->Left() != nullptr) {
+    EXPECT_LT(BtreeCompare(n->ConstGetKey(), n->Left()->ConstGetKey()), 0);
+  }
+  if (n->Right() != nullptr) {
+    EXPECT_GT(BtreeCompare(n->ConstGetKey(), n->Right()->ConstGetKey()), 0);
+  }
+  int lh = n->Left() != nullptr ? n->Left()->Height() + 1 : 0;
+  int rh = n->Right() != nullptr ? n->Right()->Height() + 1 : 0;
+  int rule = lh > rh ? lh : rh;
+  if (exactHeights) {
+    EXPECT_EQ(n->Height(), rule) << "at " << KeyText(n->ConstGetKey());
+  } else {
+    EXPECT_GE(n->Height(), rule) << "at " << KeyText(n->ConstGetKey());
+  }
+  int l = CheckSubtree(n->Left(), exactHeights, nodes);
+  int r = CheckSubtree(n->Right(), exactHeights, nodes);
+  return 1 + (l > r ? l : r);
+}
+
+template <class Map, class Tree>
+void CheckStructure(const Map& expected, const Tree& tree, bool exactHeights) {
+  int nodes = 0;
+  int depth = CheckSubtree(tree.Root(), exactHeights, &nodes);
+  ASSERT_EQ(nodes, static_cast<int>(expected.size()));
+  ASSERT_EQ(tree.Count(), static_cast<int>(expected.size()));
+  // Shallow: within twice the depth of a perfect tree, plus slack for tiny ones.
+  double perfect = std::log2(static_cast<double>(nodes) + 1);
+  EXPECT_LE(depth, 2 * perfect + 2) << nodes << " nodes";
+}
+
+// The two key families of the maps, for the comparison below.
+struct IntKeys {
+  typedef int Key;
+  typedef ada_MapInt<int> Map;
+  typedef ada_MapIntIterator<int> Iterator;
+  // Spread around zero; far below 2^31 apart, so the order is the usual one.
+  static int Make(int k) { return (k - 1500) * 7919; }
+  static int Arg(int key) { return key; }
+  static int Back(int key) { return key; }
+};
+
+struct StringKeys {
+  typedef std::string Key;
+  typedef ada_MapString<int> Map;
+  typedef ada_MapStringIterator<int> Iterator;
+  // Base-3 texts over 'a', 'b' and a high byte: the empty text, many
+  // prefixes, and bytes above 0x7F.
+  static std::string Make(int k) {
+    static const char kDigits[] = {'a', 'b', '\xe9'};
+    std::string s;
+    for (; k > 0; k /= 3) s += kDigits[k % 3];
+    return s;
+  }
+  static ada_string Arg(const std::string& key) { return ada_string(key.c_str()); }
+  static std::string Back(const ada_string& key) { return key.cStr(); }
+};
+
+template <class Keys>
+void CheckWalks(const std::map<typename Keys::Key, int>& expected, const typename Keys::Map& map) {
+  typename Keys::Iterator it(map);
+  auto e = expected.begin();
+  for (it.first(); !it.isDone(); it.next(), ++e) {
+    ASSERT_NE(e, expected.end());
+    ASSERT_EQ(Keys::Back(it.key()), e->first);
+    ASSERT_EQ(it.value(), e->second);
+  }
+  ASSERT_EQ(e, expected.end());
+  auto r = expected.rbegin();
+  for (it.last(); !it.isDone(); it.previous(), ++r) {
+    ASSERT_NE(r, expected.rend());
+    ASSERT_EQ(Keys::Back(it.key()), r->first);
+  }
+  ASSERT_EQ(r, expected.rend());
+}
+
+// Random inserts, overwrites, lookups and (in the second half of the rounds)
+// removals, checked after every round. Without removals no height can be
+// stale, so the first half checks heights exactly.
+template <class Keys>
+void RunDifferential(unsigned seed, int rounds, int keySpace) {
+  std::mt19937 rng(seed);
+  typename Keys::Map map;
+  std::map<typename Keys::Key, int> expected;
+  for (int round = 0; round < rounds; ++round) {
+    bool removals = round >= rounds / 2;
+    for (int step = 0; step < 500; ++step) {
+      typename Keys::Key key = Keys::Make(static_cast<int>(rng() % unsigned(keySpace)));
+      int value = static_cast<int>(rng() % 1000);
+      unsigned op = rng() % 10;
+      if (removals && op < 4) {
+        map.remove(Keys::Arg(key));
+        expected.erase(key);
+      } else if (op < 8) {
+        map.insert(Keys::Arg(key), value);
+        expected[key] = value;
+      } else {
+        auto found = expected.find(key);
+        bool present = found != expected.end();
+        ASSERT_EQ(map.isMember(Keys::Arg(key)), present);
+        ASSERT_EQ(map.get(Keys::Arg(key)), present ? found->second : 0);
+      }
+    }
+    ASSERT_EQ(map.count(), static_cast<int>(expected.size()));
+    CheckStructure(expected, map.tree(), !removals);
+    CheckWalks<Keys>(expected, map);
+    if (::testing::Test::HasFailure()) return;
+  }
+  // Drain to empty: every removal keeps the structure sound.
+  while (!expected.empty()) {
+    auto victim = expected.begin();
+    std::advance(victim, rng() % expected.size());
+    map.remove(Keys::Arg(victim->first));
+    expected.erase(victim);
+    if (expected.size() % 97 == 0) CheckStructure(expected, map.tree(), false);
+  }
+  EXPECT_EQ(map.count(), 0);
+  EXPECT_EQ(map.tree().Root(), nullptr);
+}
+
+TEST(BtreeDifferential, IntKeysAgainstStdMap) {
+  RunDifferential<IntKeys>(20240611u, 40, 3000);
+}
+
+TEST(BtreeDifferential, StringKeysAgainstStdMap) {
+  RunDifferential<StringKeys>(77u, 40, 3000);
+}
+
+TEST(BtreeDifferential, AscendingAndDescendingRunsStayShallow) {
+  std::map<int, int> expected;
+  ada_MapInt<int> map;
+  for (int i = 0; i < 4096; ++i) {
+    map.insert(i, i);
+    expected[i] = i;
+  }
+  CheckStructure(expected, map.tree(), true);
+  for (int i = -1; i >= -4096; --i) {
+    map.insert(i, i);
+    expected[i] = i;
+  }
+  CheckStructure(expected, map.tree(), true);
+  for (int i = -4096; i < 0; ++i) {
+    map.remove(i);
+    expected.erase(i);
+  }
+  CheckStructure(expected, map.tree(), false);
+}
+
+}  // namespace
