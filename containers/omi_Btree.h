@@ -60,6 +60,8 @@ class omi_BtreeNode {
   DDB_LOCAL static void Delete(omi_BtreeNode* node);
 
   DDB_LOCAL void UpdateHeight();
+  // c is the comparison that chose the path down from here.
+  DDB_LOCAL void PrefetchSibling(int c) const;
   // Rotates the subtree headed by n if its children's heights are too far
   // apart; returns the new head, or null when nothing changed.
   DDB_LOCAL static omi_BtreeNode* Balance(omi_BtreeNode* n);

@@ -30,6 +30,39 @@ need "fesD_NodalDofDefinition::fesD_NodalDofDefinition(int*, int, int, bool)"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int, int const*)"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int const*, int const*)"
 need "fesD_NodalDofDefinition::SolverDofsFromNodes(bool const*, int&) const"
+# The maps, their iterators and the int-keyed tree, for every element type.
+for t in QELSimDSetID QELSimDistributionID QELSimCSetID QELSimCollectionID ada_string \
+         double float long int "unsigned char" bool ada_none; do
+  need "ada_MapInt<$t>::insert(int, $t const&)"
+  need "ada_MapInt<$t>::get(int)"
+  need "ada_MapInt<$t>::count() const"
+  need "ada_MapInt<$t>::swap(ada_MapInt<$t>&)"
+  need "ada_MapString<$t>::insert(ada_string const&, $t const&)"
+  need "ada_MapString<$t>::isMember(ada_string const&) const"
+  need "ada_MapString<$t>::remove(ada_string const&)"
+  need "ada_MapIntIterator<$t>::next()"
+  need "ada_MapIntIterator<$t>::key() const"
+  need "ada_MapStringIterator<$t>::first()"
+  need "ada_MapStringIterator<$t>::key() const"
+  need "omi_Btree<ada_MapIntKey, $t>::Insert(ada_MapIntKey const&, $t const&)"
+  need "omi_Btree<ada_MapIntKey, $t>::Remove(ada_MapIntKey const&)"
+  need "omi_Btree<ada_MapIntKey, $t>::ConstGet(ada_MapIntKey const&) const"
+  need "omi_Btree<ada_MapIntKey, $t>::operator=(omi_Btree<ada_MapIntKey, $t> const&)"
+  need "omi_BtreeNode<ada_MapIntKey, $t>::Find(ada_MapIntKey const&) const"
+  need "omi_BtreeIterator<ada_MapIntKey, $t>::Previous()"
+  need "omi_BtreeNodeLink<ada_MapIntKey, $t>::omi_BtreeNodeLink("
+done
+# Only the int-keyed trees are exported: the string-keyed trees under
+# ada_MapString and any tree the library makes for its own keys stay inside.
+leaked=$(printf '%s\n' "$syms" | grep -oE 'omi_Btree[A-Za-z]*<[^,]*' | grep -v '<ada_MapIntKey$' || true)
+if [ -n "$leaked" ]; then
+  echo "tree instantiations exported:"; printf '%s\n' "$leaked" | sort -u; fail=1
+fi
+# The trees' private operations stay hidden.
+if printf '%s\n' "$syms" | grep -qE \
+    'omi_Btree[A-Za-z]*<[^>]*>::(UpdateHeight|Balance|ReplaceChild|PrefetchSibling|New|NewCopy|Delete|Push|Pop|PopAll|Descend|Step)\(|omi_BtreeNode\(omi_BtreeNode|ada_MapInsert'; then
+  echo "private tree operation exported"; fail=1
+fi
 # Internal helpers of the list stay hidden.
 if printf '%s\n' "$syms" | grep -q "ScratchSlot\|ReportOutOfBounds"; then
   echo "internal helper exported"; fail=1
