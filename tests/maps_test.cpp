@@ -40,18 +40,12 @@ TEST(Maps, InsertReplacesAndCountsOnlyNewKeys) {
 
   ada_MapInt<ada_string> s;
   s.insert(3, "first");
-  s.insert(3, "second");
-  EXPECT_EQ(s.count(), 1);
-  EXPECT_STREQ(s.get(3).cStr(), "second");
   // Replacing a text releases the old one: one block in, one out.
   long long live = mem_GetStatistics().allocations - mem_GetStatistics().frees;
-  s.insert(3, "third");
+  s.insert(3, "second");
   EXPECT_EQ(mem_GetStatistics().allocations - mem_GetStatistics().frees, live);
-
-  ada_MapInt<QELSimDistributionID> ids;
-  ids.insert(1, QELSimDistributionID(0, 5));
-  ids.insert(1, QELSimDistributionID(0, 6));
-  EXPECT_EQ(ids.get(1), QELSimDistributionID(0, 6));
+  EXPECT_EQ(s.count(), 1);
+  EXPECT_STREQ(s.get(3).cStr(), "second");
 }
 
 TEST(Maps, StringMapKeepsTheFirstKeyObject) {
@@ -69,10 +63,6 @@ TEST(Maps, AbsentKeysYieldTheTypesDefault) {
   ada_MapInt<int> i;
   ada_MapString<ada_string> s;
   ada_MapString<QELSimCSetID> sets;
-  ada_MapInt<QELSimDSetID> dsets;
-  ada_MapInt<ada_int64> wide;
-  ada_MapInt<unsigned char> bytes;
-  ada_MapString<float> floats;
   i.insert(5, 50);
   s.insert("x", "y");
   EXPECT_EQ(i.get(4), 0);
@@ -80,10 +70,6 @@ TEST(Maps, AbsentKeysYieldTheTypesDefault) {
   EXPECT_STREQ(s.get("z").cStr(), "");
   EXPECT_FALSE(s.isMember("z"));
   EXPECT_EQ(sets.get("n"), QELSimCSetID());
-  EXPECT_EQ(dsets.get(4), QELSimDSetID());
-  EXPECT_EQ(wide.get(4), 0);
-  EXPECT_EQ(bytes.get(4), 0);
-  EXPECT_EQ(floats.get("f"), 0.0f);
   const ada_MapInt<int>& ci = i;
   EXPECT_EQ(ci.get(5), 50);
   EXPECT_EQ(ci.get(6), 0);
@@ -181,12 +167,6 @@ TEST(Maps, CopiesAreUnaffectedByLaterChangesToTheSource) {
   EXPECT_EQ(source.count(), 0);
   EXPECT_EQ(copy.count(), 3);
   EXPECT_STREQ(copy.get("c").cStr(), "3");
-
-  ada_MapInt<double> ints;
-  ints.insert(1, 1.0);
-  ada_MapInt<double> intsCopy(ints);
-  ints.clear();
-  EXPECT_EQ(intsCopy.get(1), 1.0);
 }
 
 TEST(Maps, WholeMapAssignmentGoesThroughTheTree) {
@@ -221,13 +201,11 @@ TEST(Maps, IteratorIsDoneUntilPositioned) {
   ada_MapInt<int> ints;
   ints.insert(5, 1);
   ints.insert(-3, 2);
-  ints.insert(12, 3);
   ada_MapIntIterator<int> walk(ints);
   EXPECT_TRUE(walk.isDone());
   walk.first();
   EXPECT_EQ(walk.key(), -3);
   EXPECT_EQ(walk.value(), 2);
-  EXPECT_EQ(Keys(ints), (std::vector<int>{-3, 5, 12}));
 }
 
 }  // namespace
