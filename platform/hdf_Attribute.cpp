@@ -8,6 +8,22 @@ hdf_Attribute hdf_Attribute::Adopt(hid_t id) {
   return a;
 }
 
+hdf_Attribute hdf_Attribute::CreateOn(hid_t owner, const cow_String& name, const hdf_Datatype& type,
+                                      const hdf_Dataspace& space, const char* operation) {
+  hid_t id = H5I_INVALID_HID;
+  if (type.IsValid() && space.IsValid()) {
+    id = H5Acreate2(owner, name.c_str(), type.Id(), space.Id(), H5P_DEFAULT, H5P_DEFAULT);
+  }
+  if (id < 0) hdf_ReportFailure(operation, "create attribute", name.c_str(), owner, true);
+  return Adopt(id);
+}
+
+hdf_Attribute hdf_Attribute::OpenOn(hid_t owner, const cow_String& name, const char* operation) {
+  hid_t id = H5Aopen(owner, name.c_str(), H5P_DEFAULT);
+  if (id < 0) hdf_ReportFailure(operation, "open attribute", name.c_str(), owner, false);
+  return Adopt(id);
+}
+
 bool hdf_Attribute::Write(const hdf_Datatype& memType, const void* data) {
   if (!IsValid()) return false;
   if (!memType.IsValid() || data == nullptr || H5Awrite(Id(), memType.Id(), data) < 0) {

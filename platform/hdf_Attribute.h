@@ -13,6 +13,11 @@ class DDB_API hdf_Attribute {
   hdf_Attribute() {}
   // Takes over an attribute identifier (closed with the last copy).
   static hdf_Attribute Adopt(hid_t id);
+  // Creating and opening an attribute of a group or dataset `owner`; a
+  // failure is reported as `operation` (e.g. "hdf_Group::AttributeOpen").
+  static hdf_Attribute CreateOn(hid_t owner, const cow_String& name, const hdf_Datatype& type,
+                                const hdf_Dataspace& space, const char* operation);
+  static hdf_Attribute OpenOn(hid_t owner, const cow_String& name, const char* operation);
 
   bool IsValid() const { return m_id.IsValid(); }
   hid_t Id() const { return m_id.Get(); }

@@ -65,6 +65,17 @@ bool hdf_Dataset::Read(const hdf_Datatype& memType, const hdf_Dataspace& memSpac
   return true;
 }
 
+hdf_Attribute hdf_Dataset::AttributeCreate(const cow_String& name, const hdf_Datatype& type,
+                                           const hdf_Dataspace& space) const {
+  if (!IsValid()) return hdf_Attribute();
+  return hdf_Attribute::CreateOn(Id(), name, type, space, "hdf_Dataset::AttributeCreate");
+}
+
+hdf_Attribute hdf_Dataset::AttributeOpen(const cow_String& name) const {
+  if (!IsValid()) return hdf_Attribute();
+  return hdf_Attribute::OpenOn(Id(), name, "hdf_Dataset::AttributeOpen");
+}
+
 cow_String hdf_Dataset::Name() const {
   return IsValid() ? hdf_ObjectPath(Id()) : cow_String();
 }

@@ -4,6 +4,7 @@
 
 #include "platform/cow_String.h"
 #include "platform/ddb_export.h"
+#include "platform/hdf_Attribute.h"
 #include "platform/hdf_Dataspace.h"
 #include "platform/hdf_Datatype.h"
 #include "platform/hdf_Id.h"
@@ -27,6 +28,10 @@ class DDB_API hdf_Dataset {
              const hdf_Dataspace& fileSpace, const void* data);
   bool Read(const hdf_Datatype& memType, const hdf_Dataspace& memSpace,
             const hdf_Dataspace& fileSpace, void* data) const;
+  // Attributes of the dataset, as for a group.
+  hdf_Attribute AttributeCreate(const cow_String& name, const hdf_Datatype& type,
+                                const hdf_Dataspace& space) const;
+  hdf_Attribute AttributeOpen(const cow_String& name) const;
   // Path in the file ("/sim/mesh/#simpleTypeMembers").
   cow_String Name() const;
 

@@ -36,19 +36,12 @@ int hdf_Group::NumObjects() const {
 hdf_Attribute hdf_Group::AttributeCreate(const cow_String& name, const hdf_Datatype& type,
                                          const hdf_Dataspace& space) const {
   if (!IsValid()) return hdf_Attribute();
-  hid_t id = H5I_INVALID_HID;
-  if (type.IsValid() && space.IsValid()) {
-    id = H5Acreate2(Id(), name.c_str(), type.Id(), space.Id(), H5P_DEFAULT, H5P_DEFAULT);
-  }
-  if (id < 0) Report("hdf_Group::AttributeCreate", "create attribute", name, true);
-  return hdf_Attribute::Adopt(id);
+  return hdf_Attribute::CreateOn(Id(), name, type, space, "hdf_Group::AttributeCreate");
 }
 
 hdf_Attribute hdf_Group::AttributeOpen(const cow_String& name) const {
   if (!IsValid()) return hdf_Attribute();
-  hid_t id = H5Aopen(Id(), name.c_str(), H5P_DEFAULT);
-  if (id < 0) Report("hdf_Group::AttributeOpen", "open attribute", name, false);
-  return hdf_Attribute::Adopt(id);
+  return hdf_Attribute::OpenOn(Id(), name, "hdf_Group::AttributeOpen");
 }
 
 bool hdf_Group::AttributeExists(const cow_String& name) const {

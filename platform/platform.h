@@ -5,6 +5,7 @@
 
 #include "platform/QELSimIDExternal.h"
 #include "platform/QELSimIDs.h"
+#include "platform/QELSimService.h"
 #include "platform/aio_ostream.h"
 #include "platform/cow_String.h"
 #include "platform/ddb_export.h"

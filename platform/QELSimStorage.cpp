@@ -1,0 +1,244 @@
+#include "platform/QELSimStorage.h"
+
+#include <cstdio>
+
+namespace {
+
+const char kServiceGroup[] = "QELSim";
+const int kFormatVersion = 1;
+
+struct Context {
+  int number;
+  bool readOnly;
+  QELSimStorage* storage;
+  Context* next;
+};
+
+// Plain values: constant-initialised, nothing runs at load.
+Context* g_contexts = nullptr;
+int g_nextContext = 1;
+
+Context* Find(int number) {
+  for (Context* c = g_contexts; c != nullptr; c = c->next) {
+    if (c->number == number) return c;
+  }
+  return nullptr;
+}
+
+bool WriteIntAttribute(const hdf_Group& group, const char* name, int value) {
+  hdf_Attribute a = group.AttributeCreate(name, hdf_Datatype::NATIVE_INT(), hdf_Dataspace({1}));
+  return a.Write(hdf_Datatype::NATIVE_INT(), &value);
+}
+
+}  // namespace
+
+QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bool writable)
+    : device(device),
+      inode(inode),
+      users(0),
+      m_file(file),
+      m_writable(writable),
+      m_numCollections(0),
+      m_numDistributions(0),
+      m_cachedMinor(kQELSimNoMinor),
+      m_cached{hdf_Dataset(), QELSimCSetID(), 0} {}
+
+bool QELSimStorage::Ready(bool create) {
+  if (m_collections.IsValid() && m_distributions.IsValid()) return true;
+  hdf_Group root = m_file.RootGroup();
+  hdf_Group service;
+  if (root.GetObjinfoExists(kServiceGroup)) {
+    service = root.GroupOpen(kServiceGroup);
+    m_collections = service.GroupOpen("collections");
+    m_distributions = service.GroupOpen("distributions");
+  } else if (create) {
+    hdf_WriteBatch batch(m_file);
+    service = root.GroupCreate(kServiceGroup, 0);
+    WriteIntAttribute(service, "formatVersion", kFormatVersion);
+    m_collections = service.GroupCreate("collections", 0);
+    m_distributions = service.GroupCreate("distributions", 0);
+  }
+  if (!m_collections.IsValid() || !m_distributions.IsValid()) {
+    m_collections = hdf_Group();
+    m_distributions = hdf_Group();
+    return false;
+  }
+  m_numCollections = static_cast<uint32_t>(m_collections.NumObjects());
+  m_numDistributions = static_cast<uint32_t>(m_distributions.NumObjects());
+  return true;
+}
+
+bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) {
+  if (!Ready(false) || minor >= m_numCollections) return false;
+  *group = m_collections.GroupOpen(QELSimMinorName(minor));
+  *size = 0;
+  return group->AttributeOpen("size").Read(hdf_Datatype::NATIVE_INT(), size) && *size >= 0;
+}
+
+bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size) {
+  hdf_Group group;
+  int collectionSize = 0;
+  cow_String name = QELSimMinorName(set);
+  if (!FindCollection(collection, &group, &collectionSize) || !group.GetObjinfoExists(name)) {
+    return false;
+  }
+  *members = group.DatasetOpen(name);
+  *size = static_cast<int>(members->Space().Dimensions()[0]);
+  return members->IsValid();
+}
+
+bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution) {
+  // Distributions never change, so the one read last can be kept open: a
+  // reader asks for its drawers and then reads it, usually through two objects.
+  if (minor == m_cachedMinor && m_cached.values.IsValid()) {
+    *distribution = m_cached;
+    return true;
+  }
+  if (!Ready(false) || minor >= m_numDistributions) return false;
+  hdf_Dataset values = m_distributions.DatasetOpen(QELSimMinorName(minor));
+  uint32_t set[2] = {kQELSimNoMinor, kQELSimNoMinor};
+  if (!values.AttributeOpen("dimensionSet").Read(hdf_Datatype::NATIVE_UINT(), set)) return false;
+  distribution->values = values;
+  distribution->dimensionSet = QELSimCSetID(0, set[0], set[1]);
+  distribution->count = static_cast<int>(values.Space().Dimensions()[0]);
+  m_cachedMinor = minor;
+  m_cached = *distribution;
+  return true;
+}
+
+void QELSimStorage::Close() {
+  m_cached.values = hdf_Dataset();
+  m_cachedMinor = kQELSimNoMinor;
+  m_collections = hdf_Group();
+  m_distributions = hdf_Group();
+  m_file.Close();
+}
+
+cow_String QELSimMinorName(uint32_t minor) {
+  char text[16];
+  int n = std::snprintf(text, sizeof text, "%u", static_cast<unsigned>(minor));
+  return cow_String(text, n);
+}
+
+aio_ostream& QELSimError(const char* operation) {
+  return aio_cerr.print("**ERROR ").print(operation).print(": ");
+}
+
+aio_ostream& QELSimPrintMinor(uint32_t minor) {
+  return aio_cerr << QELSimMinorName(minor);
+}
+
+namespace {
+
+// The context of an identifier, after the checks every lookup makes.
+QELSimStorage* UseIdentifier(int context, bool valid, bool write, const char* kind,
+                             const char* operation) {
+  if (!valid) {
+    QELSimError(operation).print("null ").print(kind).print(" identifier\n");
+    return nullptr;
+  }
+  return QELSimUseContext(context, write, operation);
+}
+
+void ReportMissing(const char* operation, const char* kind, uint32_t minor) {
+  QELSimError(operation).print("no ").print(kind).put(' ');
+  QELSimPrintMinor(minor);
+}
+
+void ReportContext(int context) {
+  aio_cerr.print(" in context ").print_int(context).put('\n');
+}
+
+}  // namespace
+
+bool QELSimLookupCollection(QELSimCollectionID id, bool write, const char* operation,
+                            QELSimStorage** storage, hdf_Group* group, int* size) {
+  *storage = UseIdentifier(id.ContextNumber(), id.IsValid(), write, "collection", operation);
+  if (*storage == nullptr) return false;
+  if ((*storage)->FindCollection(id.CollectionMinor(), group, size)) return true;
+  ReportMissing(operation, "collection", id.CollectionMinor());
+  ReportContext(id.ContextNumber());
+  return false;
+}
+
+bool QELSimLookupSet(QELSimCSetID id, bool write, const char* operation, QELSimStorage** storage,
+                     hdf_Dataset* members, int* size) {
+  *storage = UseIdentifier(id.ContextNumber(), id.IsValid(), write, "set", operation);
+  if (*storage == nullptr) return false;
+  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), members, size)) return true;
+  ReportMissing(operation, "set", id.CSetMinor());
+  aio_cerr.print(" of collection ");
+  QELSimPrintMinor(id.CollectionMinor());
+  ReportContext(id.ContextNumber());
+  return false;
+}
+
+bool QELSimLookupDistribution(QELSimDistributionID id, const char* operation,
+                              QELSimStoredDistribution* distribution) {
+  QELSimStorage* storage =
+      UseIdentifier(id.ContextNumber(), id.IsValid(), false, "distribution", operation);
+  if (storage == nullptr) return false;
+  if (storage->FindDistribution(id.DistributionMinor(), distribution)) {
+    distribution->dimensionSet =
+        QELSimCSetID(id.ContextNumber(), distribution->dimensionSet.CollectionMinor(),
+                     distribution->dimensionSet.CSetMinor());
+    return true;
+  }
+  ReportMissing(operation, "distribution", id.DistributionMinor());
+  ReportContext(id.ContextNumber());
+  return false;
+}
+
+QELSimStorage* QELSimUseContext(int context, bool write, const char* operation) {
+  Context* c = Find(context);
+  if (c == nullptr) {
+    QELSimError(operation).print("no open context ").print_int(context).put('\n');
+    return nullptr;
+  }
+  if (write && c->readOnly) {
+    QELSimError(operation).print("context ").print_int(context).print(" is read-only\n");
+    return nullptr;
+  }
+  return c->storage;
+}
+
+int QELSimAddContext(QELSimStorage* storage, bool readOnly) {
+  Context* c = static_cast<Context*>(mem_OperatorNewTinyThrow(sizeof(Context)));
+  *c = Context{g_nextContext++, readOnly, storage, g_contexts};
+  g_contexts = c;
+  ++storage->users;
+  return c->number;
+}
+
+QELSimStorage* QELSimFindContext(int context, bool* readOnly) {
+  Context* c = Find(context);
+  if (c == nullptr) return nullptr;
+  if (readOnly != nullptr) *readOnly = c->readOnly;
+  return c->storage;
+}
+
+bool QELSimRemoveContext(int context) {
+  for (Context** link = &g_contexts; *link != nullptr; link = &(*link)->next) {
+    Context* c = *link;
+    if (c->number != context) continue;
+    *link = c->next;
+    QELSimStorage* storage = c->storage;
+    mem_Free(c);
+    if (--storage->users == 0) {
+      storage->Close();
+      delete storage;
+    }
+    return true;
+  }
+  return false;
+}
+
+QELSimStorage* QELSimFindFile(dev_t device, ino_t inode, int* context) {
+  for (Context* c = g_contexts; c != nullptr; c = c->next) {
+    if (c->storage->device == device && c->storage->inode == inode) {
+      if (context != nullptr) *context = c->number;
+      return c->storage;
+    }
+  }
+  return nullptr;
+}

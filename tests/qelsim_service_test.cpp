@@ -1,0 +1,457 @@
+// The simulation-database service: contexts, collections, ordered sets and
+// distributions; storage that survives reopening; read-only contexts; and
+// identifiers that name nothing.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "platform/QELSimService.h"
+#include "support/capture.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+long OpenObjects() {
+  return static_cast<long>(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_ALL));
+}
+
+QELSimContextID Create(const std::string& path) {
+  return QELSimManager::CreateContext(path.c_str(), hdf_File::Exclusive, 102, false, 1);
+}
+QELSimContextID Open(const std::string& path, hdf_File::OpenFlags flags) {
+  return QELSimManager::OpenContext(path.c_str(), flags, 102, false, 1);
+}
+
+// Reads a distribution the way the DOF numbering does.
+std::vector<int> ReadInt32(QELSimDistributionID id) {
+  QELSimDistributionRef distribution(id);
+  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+  distribution.QueryDrawers(drawers);
+  QELSimCSetID set = drawers[0].DimensionSets()[0];
+  std::vector<int> values(static_cast<size_t>(drawers[0].DataSizeItems(0)) + 1, -7);
+  QELSimTransfer t(id);
+  t.SetRead();
+  t.SetBufferPadding(false);
+  t.SetDim(0, set);
+  t.CheckView();
+  t.SetBuffer(0, values.data(), (values.size() - 1) * 4);
+  EXPECT_TRUE(t.ExecRead());
+  t.RelinquishBuffers();
+  EXPECT_EQ(values.back(), -7);  // nothing past the buffer
+  values.pop_back();
+  return values;
+}
+
+std::vector<int> Members(QELSimCSetID id) {
+  QELSimCSet set(id);
+  std::vector<int> members(static_cast<size_t>(set.Size()));
+  set.OrderedMembers(members.data());
+  return members;
+}
+
+struct Made {
+  QELSimCollectionID collection;
+  QELSimCSetID set;
+  QELSimDistributionID distribution;
+};
+
+Made MakeSample(QELSimContextID context) {
+  Made m;
+  m.collection = QELSimCollectionRef::Create(context, 10);
+  QELSimCollectionRef collection(m.collection);
+  const int order[3] = {3, 0, 7};
+  m.set = collection.CreateOrderedCSet(order, 3);
+  const int values[3] = {30, 0, -70};
+  m.distribution = QELSimDistributionRef::CreateInt32(m.set, values);
+  return m;
+}
+
+class QELSimService : public testing::Test {
+ protected:
+  ScratchDir dir;
+  std::string path = dir.File("db.h5");
+};
+
+TEST_F(QELSimService, StoresCollectionsSetsAndDistributionsAcrossReopening) {
+  QELSimContextID context = Create(path);
+  ASSERT_FALSE(context.IsNull());
+  Made m = MakeSample(context);
+  EXPECT_EQ(m.collection, QELSimCollectionID(context.Number(), 0));
+  EXPECT_EQ(m.set, QELSimCSetID(context.Number(), 0, 0));
+  EXPECT_EQ(m.distribution, QELSimDistributionID(context.Number(), 0));
+  QELSimCollectionID second = QELSimCollectionRef::Create(context, 0);
+  EXPECT_EQ(second, QELSimCollectionID(context.Number(), 1));
+  QELSimCSetID empty = QELSimCollectionRef(second).CreateOrderedCSet(nullptr, 0);
+  QELSimDistributionID none = QELSimDistributionRef::CreateInt32(empty, nullptr);
+  QELSimCSetID again = QELSimCollectionRef(m.collection).CreateOrderedCSet(nullptr, 0);
+  EXPECT_EQ(again, QELSimCSetID(context.Number(), 0, 1));
+  QELSimManager::CloseContext(context);
+  EXPECT_EQ(OpenObjects(), 0);
+
+  QELSimContextID reopened = Open(path, hdf_File::ReadOnly);
+  ASSERT_FALSE(reopened.IsNull());
+  EXPECT_NE(reopened.Number(), context.Number());
+  int n = reopened.Number();
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n, 0)).Size(), 10);
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n, 1)).Size(), 0);
+  EXPECT_EQ(Members(QELSimCSetID(n, 0, 0)), (std::vector<int>{3, 0, 7}));
+  EXPECT_EQ(Members(QELSimCSetID(n, 1, 0)), std::vector<int>());
+
+  QELSimDistributionRef distribution(QELSimDistributionID(n, 0));
+  EXPECT_EQ(distribution.NumDrawers(), 1);
+  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+  distribution.QueryDrawers(drawers);
+  ASSERT_EQ(drawers.Size(), 1);
+  EXPECT_EQ(drawers[0].DimensionSets()[0], QELSimCSetID(n, 0, 0));
+  EXPECT_EQ(drawers[0].DataSizeItems(0), 3);
+  EXPECT_EQ(drawers[0].DataSizeItems(1), 0);
+  EXPECT_EQ(ReadInt32(QELSimDistributionID(n, 0)), (std::vector<int>{30, 0, -70}));
+  EXPECT_EQ(ReadInt32(QELSimDistributionID(n, none.DistributionMinor())), std::vector<int>());
+  QELSimManager::CloseContext(reopened);
+}
+
+TEST_F(QELSimService, ContextsAreDistinctAndClosingOneClosesItsFileCompletely) {
+  QELSimContextID a = Create(path);
+  QELSimContextID b = Create(dir.File("other.h5"));
+  EXPECT_NE(a, b);
+  EXPECT_NE(a, QELSimContextID());
+  // What a sim keeps while it is open: its group, released after the context.
+  hdf_Group sim = QELSimContextRef(a).File().RootGroup().GroupCreate("sim", 0);
+  MakeSample(a);
+  QELSimCSet(QELSimCSetID(a.Number(), 0, 0)).Size();
+  QELSimManager::CloseContext(a);
+  EXPECT_FALSE(sim.IsValid());
+  EXPECT_FALSE(QELSimContextRef(b).File().RootGroup().GetObjinfoExists("sim"));
+  QELSimManager::CloseContext(b);
+  EXPECT_EQ(OpenObjects(), 0);
+
+  // Another program could open the file now; so can this one, for update.
+  QELSimContextID c = Open(path, hdf_File::ReadWrite);
+  EXPECT_NE(c, a);
+  EXPECT_TRUE(QELSimContextRef(c).File().RootGroup().GetObjinfoExists("sim"));
+  EXPECT_EQ(QELSimCollectionRef::Create(c, 4), QELSimCollectionID(c.Number(), 1));
+  QELSimManager::CloseContext(c);
+
+  CaptureErr err;
+  QELSimManager::CloseContext(QELSimContextID());
+  EXPECT_EQ(err.Take(), "");
+  QELSimManager::CloseContext(c);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimManager::CloseContext: no open context " +
+                            std::to_string(c.Number()) + "\n");
+  EXPECT_FALSE(QELSimContextRef(QELSimContextID()).File().IsValid());
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_FALSE(QELSimContextRef(c).File().IsValid());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimContextRef::File: no open context " + std::to_string(c.Number()) + "\n");
+}
+
+TEST_F(QELSimService, AReadOnlyContextLeavesTheFileUntouchedAndRefusesWrites) {
+  QELSimContextID writer = Create(path);
+  QELSimContextRef(writer).File().RootGroup().GroupCreate("sim", 0);
+  MakeSample(writer);
+  QELSimManager::CloseContext(writer);
+  struct stat before;
+  ASSERT_EQ(stat(path.c_str(), &before), 0);
+  std::string bytes = ReadWholeFile(path);
+
+  QELSimContextID reader = Open(path, hdf_File::ReadOnly);
+  int n = reader.Number();
+  std::string ctx = std::to_string(n);
+  EXPECT_TRUE(QELSimContextRef(reader).IsReadOnly());
+  EXPECT_TRUE(QELSimContextRef(reader).File().IsReadOnly());
+  EXPECT_EQ(ReadInt32(QELSimDistributionID(n, 0)), (std::vector<int>{30, 0, -70}));
+  CaptureErr err;
+  EXPECT_EQ(QELSimCollectionRef::Create(reader, 5), QELSimCollectionID());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Create: context " + ctx + " is read-only\n");
+  const int one[1] = {1};
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n, 0)).CreateOrderedCSet(one, 1),
+            QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: context " + ctx + " is read-only\n");
+  EXPECT_EQ(QELSimDistributionRef::CreateInt32(QELSimCSetID(n, 0, 0), one), QELSimDistributionID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimDistributionRef::CreateInt32: context " + ctx + " is read-only\n");
+  QELSimContextRef(reader).File().RootGroup().GroupCreate("x", 0);
+  EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group x in / of file " +
+                            path + ": file is read-only\n");
+  QELSimManager::CloseContext(reader);
+
+  struct stat after;
+  ASSERT_EQ(stat(path.c_str(), &after), 0);
+  EXPECT_EQ(ReadWholeFile(path), bytes);
+  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+  EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+}
+
+TEST_F(QELSimService, ReadOnlyContextOnAFileWithoutServiceDataFindsNothing) {
+  hdf_File::Create(path.c_str(), hdf_File::Exclusive).RootGroup().GroupCreate("sim", 0);
+  std::string bytes = ReadWholeFile(path);
+  QELSimContextID reader = Open(path, hdf_File::ReadOnly);
+  CaptureErr err;
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(reader.Number(), 0)).Size(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Size: no collection 0 in context " +
+                            std::to_string(reader.Number()) + "\n");
+  QELSimManager::CloseContext(reader);
+  EXPECT_EQ(ReadWholeFile(path), bytes);
+}
+
+TEST_F(QELSimService, IdentifiersThatNameNothingGiveOneMessageAndEmptyResults) {
+  QELSimContextID context = Create(path);
+  Made m = MakeSample(context);
+  int n = context.Number();
+  std::string in = " in context " + std::to_string(n) + "\n";
+  CaptureErr err;
+
+  QELSimCollectionRef unknown(QELSimCollectionID(n, 5));
+  EXPECT_EQ(unknown.Size(), 0);
+  EXPECT_EQ(unknown.Size(), 0);  // reported once per object
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Size: no collection 5" + in);
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n, 0xFFFFFFF0u)).CreateOrderedCSet(nullptr, 0),
+            QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: no collection 4294967280" + in);
+
+  QELSimCSet set(QELSimCSetID(n, 0, 9));
+  int sentinel[2] = {-5, -5};
+  EXPECT_EQ(set.Size(), 0);
+  set.OrderedMembers(sentinel);
+  EXPECT_EQ(sentinel[0], -5);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::Size: no set 9 of collection 0" + in);
+  QELSimCSet(QELSimCSetID(n, 3, 0)).OrderedMembers(sentinel);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::OrderedMembers: no set 0 of collection 3" + in);
+  EXPECT_EQ(QELSimDistributionRef::CreateInt32(QELSimCSetID(n, 0, 4), sentinel),
+            QELSimDistributionID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimDistributionRef::CreateInt32: no set 4 of collection 0" + in);
+
+  QELSimDistributionRef distribution(QELSimDistributionID(n, 1));
+  EXPECT_EQ(distribution.NumDrawers(), 0);
+  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+  drawers.Append(QELSimPersistentDrawerDesc());
+  distribution.QueryDrawers(drawers);
+  EXPECT_EQ(drawers.Size(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::NumDrawers: no distribution 1" + in);
+
+  // A context that was never opened, and the null identifiers.
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n + 1000, 0)).Size(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Size: no open context " +
+                            std::to_string(n + 1000) + "\n");
+  EXPECT_EQ(QELSimCollectionRef::Create(QELSimContextID(), 3), QELSimCollectionID());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Create: no open context -1\n");
+  EXPECT_EQ(QELSimCSet(QELSimCSetID()).Size(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::Size: null set identifier\n");
+  EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID()).NumDrawers(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimDistributionRef::NumDrawers: null distribution identifier\n");
+
+  // After closing, the context's identifiers reach nothing.
+  QELSimManager::CloseContext(context);
+  EXPECT_EQ(QELSimCSet(m.set).Size(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::Size: no open context " + std::to_string(n) + "\n");
+  EXPECT_EQ(QELSimCollectionRef::Create(context, 3), QELSimCollectionID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::Create: no open context " + std::to_string(n) + "\n");
+}
+
+TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
+  QELSimContextID context = Create(path);
+  QELSimCollectionRef collection(QELSimCollectionRef::Create(context, 4));
+  CaptureErr err;
+  const int outside[3] = {0, 4, 1};
+  EXPECT_EQ(collection.CreateOrderedCSet(outside, 3), QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member 4 at position 1 is outside "
+            "the collection (collection 0 of size 4)\n");
+  const int twice[3] = {2, 0, 2};
+  EXPECT_EQ(collection.CreateOrderedCSet(twice, 3), QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member 2 at position 2 occurs twice "
+            "(collection 0 of size 4)\n");
+  const int negative[1] = {-1};
+  EXPECT_EQ(collection.CreateOrderedCSet(negative, 1), QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member -1 at position 0 is outside "
+            "the collection (collection 0 of size 4)\n");
+  EXPECT_EQ(collection.CreateOrderedCSet(nullptr, 2), QELSimCSetID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::CreateOrderedCSet: no members given (collection 0 of "
+            "size 4)\n");
+  EXPECT_EQ(collection.CreateOrderedCSet(twice, -1), QELSimCSetID());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::CreateOrderedCSet: negative count -1\n");
+  EXPECT_EQ(QELSimCollectionRef::Create(context, -2), QELSimCollectionID());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Create: negative size -2\n");
+  EXPECT_EQ(QELSimDistributionRef::CreateInt32(collection.CreateOrderedCSet(outside, 1), nullptr),
+            QELSimDistributionID());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::CreateInt32: no values given\n");
+
+  // The refusals used no names: the next set is still number 0... after the one above.
+  const int all[4] = {3, 2, 1, 0};
+  QELSimCSetID reversed = collection.CreateOrderedCSet(all, 4);
+  EXPECT_EQ(reversed, QELSimCSetID(context.Number(), 0, 1));
+  EXPECT_EQ(Members(reversed), (std::vector<int>{3, 2, 1, 0}));
+  QELSimManager::CloseContext(context);
+}
+
+TEST_F(QELSimService, TransfersReportTheirProblemsAndNeverOverrunTheBuffer) {
+  QELSimContextID context = Create(path);
+  Made m = MakeSample(context);
+  QELSimCSetID other =
+      QELSimCollectionRef(m.collection).CreateOrderedCSet(std::vector<int>{1, 2, 3}.data(), 3);
+  CaptureErr err;
+  int buffer[4] = {-1, -1, -1, -1};
+
+  QELSimTransfer notRead(m.distribution);
+  notRead.SetDim(0, m.set);
+  notRead.SetBuffer(0, buffer, sizeof buffer);
+  EXPECT_FALSE(notRead.CheckView());
+  EXPECT_FALSE(notRead.ExecRead());  // the same problem is not repeated
+  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: SetRead was not called\n");
+
+  QELSimTransfer t(m.distribution);
+  t.SetRead();
+  EXPECT_FALSE(t.CheckView());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: no set given for dimension 0\n");
+  t.SetDim(1, m.set);
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimTransfer::SetDim: dimension 1 out of range: distributions have one\n");
+  t.SetDim(0, other);
+  EXPECT_FALSE(t.CheckView());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: set 1 of collection 0 in context " +
+                            std::to_string(context.Number()) +
+                            " is not the dimension set of distribution 0\n");
+  t.SetDim(0, m.set);
+  t.SetBufferPadding(true);
+  EXPECT_FALSE(t.CheckView());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: padded buffers are not supported\n");
+  t.SetBufferPadding(false);
+  EXPECT_TRUE(t.CheckView());
+  t.SetBuffer(2, buffer, sizeof buffer);
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimTransfer::SetBuffer: drawer 2 out of range: distributions have one\n");
+  EXPECT_FALSE(t.ExecRead());
+  EXPECT_EQ(
+      err.Take(),
+      "**ERROR QELSimTransfer::ExecRead: buffer of 0 bytes cannot hold 3 values of 4 bytes\n");
+  t.SetBuffer(0, buffer, 11);
+  EXPECT_FALSE(t.ExecRead());
+  EXPECT_EQ(
+      err.Take(),
+      "**ERROR QELSimTransfer::ExecRead: buffer of 11 bytes cannot hold 3 values of 4 bytes\n");
+  EXPECT_EQ(buffer[0], -1);
+  t.SetBuffer(0, buffer, 12);
+  EXPECT_TRUE(t.ExecRead());
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(std::vector<int>(buffer, buffer + 4), (std::vector<int>{30, 0, -70, -1}));
+
+  QELSimTransfer missing(QELSimDistributionID(context.Number(), 8));
+  missing.SetRead();
+  missing.SetDim(0, m.set);
+  EXPECT_FALSE(missing.CheckView());
+  missing.SetBuffer(0, buffer, sizeof buffer);
+  EXPECT_FALSE(missing.ExecRead());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: no distribution 8 in context " +
+                            std::to_string(context.Number()) + "\n");
+  QELSimManager::CloseContext(context);
+}
+
+TEST_F(QELSimService, OneFileUnderTwoNamesIsSharedBetweenItsContexts) {
+  QELSimContextID reader;
+  {
+    QELSimContextID a = Create(path);
+    Made m = MakeSample(a);
+    QELSimContextID b = Open(dir.Path() + "/./db.h5", hdf_File::ReadWrite);
+    ASSERT_FALSE(b.IsNull());
+    EXPECT_NE(a, b);
+    // Both see, and number, the same objects.
+    EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(b.Number(), 0)).Size(), 10);
+    EXPECT_EQ(QELSimCollectionRef::Create(b, 2), QELSimCollectionID(b.Number(), 1));
+    EXPECT_EQ(QELSimCollectionRef::Create(a, 2), QELSimCollectionID(a.Number(), 2));
+    QELSimManager::CloseContext(a);
+    EXPECT_EQ(ReadInt32(QELSimDistributionID(b.Number(), m.distribution.DistributionMinor())),
+              (std::vector<int>{30, 0, -70}));
+    QELSimManager::CloseContext(b);
+    EXPECT_EQ(OpenObjects(), 0);
+    reader = Open(path, hdf_File::ReadOnly);
+  }
+  CaptureErr err;
+  std::string other = dir.Path() + "//db.h5";
+  EXPECT_TRUE(Open(other, hdf_File::ReadWrite).IsNull());
+  EXPECT_EQ(err.Take(), "**ERROR QELSimManager::OpenContext: cannot open file " + other +
+                            " for update: it is open read-only in context " +
+                            std::to_string(reader.Number()) + "\n");
+  QELSimContextID second = Open(other, hdf_File::ReadOnly);
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(second.Number(), 2)).Size(), 2);
+  QELSimManager::CloseContext(reader);
+  QELSimManager::CloseContext(second);
+  EXPECT_EQ(OpenObjects(), 0);
+}
+
+TEST_F(QELSimService, ContextsThatCannotBeMadeAreNullAfterOneLine) {
+  CaptureErr err;
+  std::string missing = dir.File("missing.h5");
+  EXPECT_TRUE(Open(missing, hdf_File::ReadOnly).IsNull());
+  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file " + missing + ": no such file\n");
+  EXPECT_EQ(Open(missing, hdf_File::ReadWrite).Number(), -1);
+  err.Take();
+  QELSimContextID open = Create(path);
+  EXPECT_TRUE(Create(path).IsNull());
+  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Create: cannot create file " + path + ": it exists\n");
+  EXPECT_TRUE(
+      QELSimManager::CreateContext(path.c_str(), hdf_File::Truncate, 102, false, 1).IsNull());
+  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Create: cannot create file " + path +
+                            ": HDF5 refused (no permission, or the file is open)\n");
+  EXPECT_EQ(QELSimCollectionRef::Create(open, 1), QELSimCollectionID(open.Number(), 0));
+  QELSimManager::CloseContext(open);
+}
+
+TEST_F(QELSimService, H5dumpShowsTheServiceDataBesideTheSim) {
+  QELSimContextID context = Create(path);
+  QELSimContextRef(context).File().RootGroup().GroupCreate("sim", 0);
+  MakeSample(context);
+  QELSimManager::CloseContext(context);
+  FILE* pipe = popen(("h5dump -n " + path + " 2>&1").c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string out;
+  char chunk[256];
+  size_t got;
+  while ((got = fread(chunk, 1, sizeof chunk, pipe)) > 0) out.append(chunk, got);
+  int status = pclose(pipe);
+  if (WEXITSTATUS(status) == 127) GTEST_SKIP() << "h5dump is not installed";
+  EXPECT_EQ(status, 0) << out;
+  for (const char* line :
+       {" group      /sim\n", " group      /QELSim\n", " group      /QELSim/collections/0\n",
+        " dataset    /QELSim/collections/0/0\n", " dataset    /QELSim/distributions/0\n"}) {
+    EXPECT_NE(out.find(line), std::string::npos) << line << " in\n" << out;
+  }
+}
+
+TEST(QELSimArrayTest, GrowsCopiesAndChecksEveryAccess) {
+  QELSimArray<int> a(1);
+  EXPECT_EQ(a.Size(), 0);
+  for (int i = 0; i < 100; ++i) a.Append(i * i);
+  QELSimArray<int> b(a);
+  a[0] = -1;
+  EXPECT_EQ(b.Size(), 100);
+  EXPECT_EQ(b[0], 0);
+  EXPECT_EQ(b[99], 9801);
+  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+  drawers.Append(QELSimPersistentDrawerDesc(QELSimCSetID(1, 2, 3), 4));
+  QELSimArray<QELSimPersistentDrawerDesc> copy;
+  copy = drawers;
+  EXPECT_EQ(copy[0].DimensionSets()[0], QELSimCSetID(1, 2, 3));
+  EXPECT_EQ(copy[0].DataSizeItems(0), 4);
+
+  EXPECT_DEATH(
+      QELSimArray<int>(1)[0],
+      "^\\*\\*ERROR QELSimAssert: i >=0 && i < m_Size failed at .*QELSimArray\\.h:[0-9]+\n$");
+  EXPECT_DEATH(b[100], "i >=0 && i < m_Size failed");
+  EXPECT_DEATH(b[-1], "i >=0 && i < m_Size failed");
+  EXPECT_DEATH(drawers[0].DimensionSets()[1], "i >=0 && i < m_Size failed");
+}
+
+}  // namespace
