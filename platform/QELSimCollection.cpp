@@ -39,12 +39,13 @@ QELSimCollectionID QELSimCollectionRef::Create(QELSimContextID context, int size
   }
   if (!storage->Ready(true)) return QELSimCollectionID();
   hdf_WriteBatch batch(storage->File());
-  uint32_t minor = storage->NumCollections();
+  uint32_t minor = storage->NextCollection();
   hdf_Group group = storage->Collections().GroupCreate(QELSimMinorName(minor), 0);
   if (!group.IsValid()) return QELSimCollectionID();
   storage->CollectionAdded();  // the name is taken, whatever follows
   hdf_Attribute a = group.AttributeCreate("size", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({1}));
   if (!a.Write(hdf_Datatype::NATIVE_INT(), &size)) return QELSimCollectionID();
+  storage->RememberCollection(minor, group, size);
   return QELSimCollectionID(context.Number(), minor);
 }
 
@@ -89,12 +90,14 @@ QELSimCSetID QELSimCollectionRef::CreateOrderedCSet(const int* members, int coun
   hdf_WriteBatch batch(storage->File());
   uint32_t minor = static_cast<uint32_t>(group.NumObjects());
   hsize_t n = static_cast<hsize_t>(count);
-  hdf_Dataset set = group.DatasetCreate(QELSimMinorName(minor), hdf_Datatype::NATIVE_INT(),
-                                        hdf_Dataspace({n}), hdf_PropListDatasetCreation());
+  hdf_Dataspace space({n});
+  hdf_Dataset set = group.DatasetCreate(QELSimMinorName(minor), hdf_Datatype::NATIVE_INT(), space,
+                                        hdf_PropListDatasetCreation::Default());
   if (!set.IsValid()) return QELSimCSetID();
-  if (n > 0 && !set.Write(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), set.Space(), members)) {
+  if (n > 0 && !set.Write(hdf_Datatype::NATIVE_INT(), space, space, members)) {
     return QELSimCSetID();
   }
+  storage->RememberSet(m_id.CollectionMinor(), minor, set, count);
   return QELSimCSetID(m_id.ContextNumber(), m_id.CollectionMinor(), minor);
 }
 

@@ -28,17 +28,18 @@ QELSimDistributionID QELSimDistributionRef::CreateInt32(QELSimCSetID dimensionSe
     return QELSimDistributionID();
   }
   hdf_WriteBatch batch(storage->File());
-  uint32_t minor = storage->NumDistributions();
+  uint32_t minor = storage->NextDistribution();
   hsize_t n = static_cast<hsize_t>(count);
+  hdf_Dataspace space({n});
   hdf_Dataset d =
       storage->Distributions().DatasetCreate(QELSimMinorName(minor), hdf_Datatype::NATIVE_INT(),
-                                             hdf_Dataspace({n}), hdf_PropListDatasetCreation());
+                                             space, hdf_PropListDatasetCreation::Default());
   if (!d.IsValid()) return QELSimDistributionID();
   storage->DistributionAdded();  // the name is taken, whatever follows
   uint32_t set[2] = {dimensionSet.CollectionMinor(), dimensionSet.CSetMinor()};
   if (!d.AttributeCreate("dimensionSet", hdf_Datatype::NATIVE_UINT(), hdf_Dataspace({2}))
            .Write(hdf_Datatype::NATIVE_UINT(), set) ||
-      (n > 0 && !d.Write(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), d.Space(), values))) {
+      (n > 0 && !d.Write(hdf_Datatype::NATIVE_INT(), space, space, values))) {
     return QELSimDistributionID();
   }
   return QELSimDistributionID(dimensionSet.ContextNumber(), minor);
@@ -123,9 +124,9 @@ bool QELSimTransfer::ExecRead() {
   QELSimStoredDistribution stored;
   if (!Check("QELSimTransfer::ExecRead", true, &stored)) return false;
   if (stored.count == 0) return true;
-  hsize_t n = static_cast<hsize_t>(stored.count);
-  return stored.values.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), stored.values.Space(),
-                            m_buffer);
+  // The whole dataset: one simple space of its extent serves both sides.
+  hdf_Dataspace all({static_cast<hsize_t>(stored.count)});
+  return stored.values.Read(hdf_Datatype::NATIVE_INT(), all, all, m_buffer);
 }
 
 void QELSimTransfer::RelinquishBuffers() {

@@ -23,7 +23,9 @@ class DDB_API QELSimManager {
                                        int);
   // An existing file, for update (0) or read-only (1). A file already open in
   // another context is shared with it; it cannot be opened for update while
-  // it is open read-only. A read-only context never changes the file.
+  // it is open read-only. A read-only context never changes the file; when it
+  // shares a file open for update, the service still refuses its writes, but
+  // the hdf_File it hands out is the writable one.
   static QELSimContextID OpenContext(const char* name, hdf_File::OpenFlags flags, int, bool, int);
   // Silent for the null context; a message for one that is not open.
   static void CloseContext(QELSimContextID context);

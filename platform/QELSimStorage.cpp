@@ -38,10 +38,12 @@ QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bo
       users(0),
       m_file(file),
       m_writable(writable),
-      m_numCollections(0),
-      m_numDistributions(0),
-      m_cachedMinor(kQELSimNoMinor),
-      m_cached{hdf_Dataset(), QELSimCSetID(), 0} {}
+      m_numCollections(kQELSimNoMinor),
+      m_numDistributions(kQELSimNoMinor),
+      m_lastCollection{kQELSimNoMinor, hdf_Group(), 0},
+      m_lastSet{kQELSimNoMinor, kQELSimNoMinor, hdf_Dataset(), 0},
+      m_lastDistributionMinor(kQELSimNoMinor),
+      m_lastDistribution{hdf_Dataset(), QELSimCSetID(), 0} {}
 
 bool QELSimStorage::Ready(bool create) {
   if (m_collections.IsValid() && m_distributions.IsValid()) return true;
@@ -63,52 +65,92 @@ bool QELSimStorage::Ready(bool create) {
     m_distributions = hdf_Group();
     return false;
   }
-  m_numCollections = static_cast<uint32_t>(m_collections.NumObjects());
-  m_numDistributions = static_cast<uint32_t>(m_distributions.NumObjects());
   return true;
 }
 
+uint32_t QELSimStorage::NextCollection() {
+  if (m_numCollections == kQELSimNoMinor) {
+    m_numCollections = static_cast<uint32_t>(m_collections.NumObjects());
+  }
+  return m_numCollections;
+}
+
+uint32_t QELSimStorage::NextDistribution() {
+  if (m_numDistributions == kQELSimNoMinor) {
+    m_numDistributions = static_cast<uint32_t>(m_distributions.NumObjects());
+  }
+  return m_numDistributions;
+}
+
 bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) {
-  if (!Ready(false) || minor >= m_numCollections) return false;
-  *group = m_collections.GroupOpen(QELSimMinorName(minor));
+  if (minor == m_lastCollection.minor && m_lastCollection.group.IsValid()) {
+    *group = m_lastCollection.group;
+    *size = m_lastCollection.size;
+    return true;
+  }
+  if (!Ready(false)) return false;
+  *group = m_collections.TryGroupOpen(QELSimMinorName(minor));
   *size = 0;
-  return group->AttributeOpen("size").Read(hdf_Datatype::NATIVE_INT(), size) && *size >= 0;
+  if (!group->IsValid() || !group->AttributeOpen("size").Read(hdf_Datatype::NATIVE_INT(), size) ||
+      *size < 0) {
+    return false;
+  }
+  RememberCollection(minor, *group, *size);
+  return true;
 }
 
 bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size) {
+  if (collection == m_lastSet.collection && set == m_lastSet.set && m_lastSet.members.IsValid()) {
+    *members = m_lastSet.members;
+    *size = m_lastSet.size;
+    return true;
+  }
   hdf_Group group;
   int collectionSize = 0;
-  cow_String name = QELSimMinorName(set);
-  if (!FindCollection(collection, &group, &collectionSize) || !group.GetObjinfoExists(name)) {
-    return false;
-  }
-  *members = group.DatasetOpen(name);
+  if (!FindCollection(collection, &group, &collectionSize)) return false;
+  *members = group.TryDatasetOpen(QELSimMinorName(set));
   *size = static_cast<int>(members->Space().Dimensions()[0]);
-  return members->IsValid();
+  if (!members->IsValid()) return false;
+  RememberSet(collection, set, *members, *size);
+  return true;
+}
+
+void QELSimStorage::RememberCollection(uint32_t minor, const hdf_Group& group, int size) {
+  m_lastCollection.minor = minor;
+  m_lastCollection.group = group;
+  m_lastCollection.size = size;
+}
+
+void QELSimStorage::RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members,
+                                int size) {
+  m_lastSet.collection = collection;
+  m_lastSet.set = set;
+  m_lastSet.members = members;
+  m_lastSet.size = size;
 }
 
 bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution) {
-  // Distributions never change, so the one read last can be kept open: a
-  // reader asks for its drawers and then reads it, usually through two objects.
-  if (minor == m_cachedMinor && m_cached.values.IsValid()) {
-    *distribution = m_cached;
+  if (minor == m_lastDistributionMinor && m_lastDistribution.values.IsValid()) {
+    *distribution = m_lastDistribution;
     return true;
   }
-  if (!Ready(false) || minor >= m_numDistributions) return false;
-  hdf_Dataset values = m_distributions.DatasetOpen(QELSimMinorName(minor));
+  if (!Ready(false)) return false;
+  hdf_Dataset values = m_distributions.TryDatasetOpen(QELSimMinorName(minor));
+  if (!values.IsValid()) return false;
   uint32_t set[2] = {kQELSimNoMinor, kQELSimNoMinor};
   if (!values.AttributeOpen("dimensionSet").Read(hdf_Datatype::NATIVE_UINT(), set)) return false;
   distribution->values = values;
   distribution->dimensionSet = QELSimCSetID(0, set[0], set[1]);
   distribution->count = static_cast<int>(values.Space().Dimensions()[0]);
-  m_cachedMinor = minor;
-  m_cached = *distribution;
+  m_lastDistributionMinor = minor;
+  m_lastDistribution = *distribution;
   return true;
 }
 
 void QELSimStorage::Close() {
-  m_cached.values = hdf_Dataset();
-  m_cachedMinor = kQELSimNoMinor;
+  m_lastCollection.group = hdf_Group();
+  m_lastSet.members = hdf_Dataset();
+  m_lastDistribution.values = hdf_Dataset();
   m_collections = hdf_Group();
   m_distributions = hdf_Group();
   m_file.Close();

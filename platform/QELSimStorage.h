@@ -10,9 +10,9 @@
 //                                 attribute "dimensionSet" (2 uint): c, s
 //
 // Minor parts are the decimal names, handed out densely from 0, so the next
-// one is the number of children; each file keeps those counts for its two
-// large groups. Objects are never changed after they are made, which is what
-// makes it safe to keep the last distribution read open.
+// one is the number of children; a file counts its two large groups once,
+// when it first makes something, and keeps the counts. Objects are never changed after they are
+// made, which is what makes it safe to keep the last ones used open.
 //
 // A file is open once however many contexts use it (two spellings of one
 // path are one file): the contexts share its counts and its HDF5 file, and
@@ -50,15 +50,22 @@ class QELSimStorage : public mem_AllocationOperators {
   bool Ready(bool create);
   const hdf_Group& Collections() const { return m_collections; }
   const hdf_Group& Distributions() const { return m_distributions; }
-  uint32_t NumCollections() const { return m_numCollections; }
-  uint32_t NumDistributions() const { return m_numDistributions; }
+  // The minor part of the next new collection (distribution): the number made
+  // so far. Counted on first use only: counting a large group reads all of it.
+  uint32_t NextCollection();
+  uint32_t NextDistribution();
   void CollectionAdded() { ++m_numCollections; }
   void DistributionAdded() { ++m_numDistributions; }
 
   // Lookups by minor parts; false, silently, when they name nothing here.
+  // The object of each kind found or made last is kept open: callers go
+  // from a collection to its new set to a distribution over it, or from a
+  // distribution's drawers to its values, one object at a time.
   bool FindCollection(uint32_t minor, hdf_Group* group, int* size);
   bool FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size);
   bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution);
+  void RememberCollection(uint32_t minor, const hdf_Group& group, int size);
+  void RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members, int size);
 
   // Closes the file and everything opened in it.
   void Close();
@@ -74,8 +81,18 @@ class QELSimStorage : public mem_AllocationOperators {
   hdf_Group m_distributions;
   uint32_t m_numCollections;
   uint32_t m_numDistributions;
-  uint32_t m_cachedMinor;
-  QELSimStoredDistribution m_cached;
+  struct {
+    uint32_t minor;
+    hdf_Group group;
+    int size;
+  } m_lastCollection;
+  struct {
+    uint32_t collection, set;
+    hdf_Dataset members;
+    int size;
+  } m_lastSet;
+  uint32_t m_lastDistributionMinor;
+  QELSimStoredDistribution m_lastDistribution;
 };
 
 // The decimal name of a minor part.

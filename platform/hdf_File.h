@@ -43,6 +43,10 @@ class DDB_API hdf_File {
 
   static void SetFlushAfterWrites(bool on);
   static bool FlushAfterWrites();
+  // Gives a file access property list the settings every file of the wrapper
+  // is opened with (a small fixed metadata cache, see hdf_File.cpp), so that
+  // code using HDF5 directly can compare like with like.
+  static bool ConfigureAccess(hid_t fileAccess);
 
  private:
   hdf_Id m_id;

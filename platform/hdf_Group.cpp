@@ -22,6 +22,16 @@ hdf_Group hdf_Group::GroupOpen(const cow_String& name) const {
   return Adopt(id);
 }
 
+hdf_Group hdf_Group::TryGroupOpen(const cow_String& name) const {
+  if (!IsValid()) return hdf_Group();
+  return Adopt(H5Gopen2(Id(), name.c_str(), H5P_DEFAULT));
+}
+
+hdf_Dataset hdf_Group::TryDatasetOpen(const cow_String& name) const {
+  if (!IsValid()) return hdf_Dataset();
+  return hdf_Dataset::Adopt(H5Dopen2(Id(), name.c_str(), H5P_DEFAULT));
+}
+
 bool hdf_Group::GetObjinfoExists(const cow_String& name) const {
   if (!IsValid() || name.empty()) return false;
   return H5Lexists(Id(), name.c_str(), H5P_DEFAULT) > 0;

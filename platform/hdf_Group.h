@@ -2,8 +2,8 @@
 // where child groups, attributes and datasets are made and found by name.
 //
 // A failing call prints one line naming the operation, the name, the
-// group's path and the file. The probes GetObjinfoExists and AttributeExists
-// are silent: a missing name is an answer, not a failure.
+// group's path and the file. The probes GetObjinfoExists and AttributeExists,
+// and the Try... opens, are silent: a missing name is an answer, not a failure.
 #ifndef DDB_PLATFORM_HDF_GROUP_H_
 #define DDB_PLATFORM_HDF_GROUP_H_
 
@@ -28,6 +28,10 @@ class DDB_API hdf_Group {
   // A new child group. The int is a size hint of older HDF5 versions; unused.
   hdf_Group GroupCreate(const cow_String& name, int sizeHint) const;
   hdf_Group GroupOpen(const cow_String& name) const;
+  // GroupOpen and DatasetOpen for a name that may well be absent: silent, and
+  // one look-up instead of a probe and an open.
+  hdf_Group TryGroupOpen(const cow_String& name) const;
+  hdf_Dataset TryDatasetOpen(const cow_String& name) const;
   // Whether `name` (a child, or a relative path) exists; false for an invalid group.
   bool GetObjinfoExists(const cow_String& name) const;
   // Number of links (children) in the group; 0 when invalid.

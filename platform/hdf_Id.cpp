@@ -3,11 +3,20 @@
 #include "platform/mem.h"
 
 namespace {
-// Drops one HDF5 reference; HDF5 closes the object when the last one goes.
-void CloseIfAlive(hid_t id) {
-  if (id >= 0 && H5Iis_valid(id) > 0) H5Idec_ref(id);
-}
+// Identifiers only go stale when objects are closed behind their holders'
+// backs (CloseCompletely). Counting those events lets a holder skip asking
+// HDF5 (H5Iis_valid, a full API call) while nothing has been closed since it
+// last checked, which is nearly always.
+unsigned g_forcedCloses = 0;  // constant-initialised
 }  // namespace
+
+bool hdf_Id::Alive(Block* block) {
+  if (block->id < 0) return false;
+  if (block->checked == g_forcedCloses) return true;
+  if (H5Iis_valid(block->id) <= 0) return false;
+  block->checked = g_forcedCloses;
+  return true;
+}
 
 hdf_Id hdf_Id::Own(hid_t id) {
   hdf_Id result;
@@ -15,6 +24,7 @@ hdf_Id hdf_Id::Own(hid_t id) {
   result.m_block = static_cast<Block*>(mem_OperatorNewTinyThrow(sizeof(Block)));
   result.m_block->refs = 1;
   result.m_block->id = id;
+  result.m_block->checked = g_forcedCloses;
   return result;
 }
 
@@ -36,7 +46,7 @@ bool hdf_Id::IsValid() const {
   // HDF5 counts its own identifiers as not the application's: a borrowed one
   // is valid as long as it is set.
   if (m_block == nullptr) return m_id >= 0;
-  return m_block->id >= 0 && H5Iis_valid(m_block->id) > 0;
+  return Alive(m_block);
 }
 
 void hdf_Id::CloseNow() {
@@ -47,7 +57,8 @@ void hdf_Id::CloseNow() {
 
 void hdf_Id::Release() {
   if (m_block != nullptr && --m_block->refs == 0) {
-    CloseIfAlive(m_block->id);
+    // Drops this holder's HDF5 reference; HDF5 closes the object with the last one.
+    if (Alive(m_block)) H5Idec_ref(m_block->id);
     mem_Free(m_block);
   }
   m_block = nullptr;
@@ -56,6 +67,7 @@ void hdf_Id::Release() {
 
 void hdf_Id::CloseCompletely(hid_t id) {
   // Also the references HDF5 handed out itself (H5Iget_file_id and the like).
+  ++g_forcedCloses;
   while (id >= 0 && H5Iis_valid(id) > 0 && H5Idec_ref(id) > 0) {
   }
 }

@@ -6,7 +6,8 @@
 // block, so when a file is closed on purpose (hdf_File::Close) every copy of
 // that file sees it at once. Objects of a file closed that way become stale
 // HDF5 identifiers; HDF5 never hands a number out twice in a process, so
-// IsValid() asks HDF5 and a stale identifier is simply dropped, never closed.
+// IsValid() asks HDF5 (only after such a close) and a stale identifier is
+// simply dropped, never closed.
 //
 // Predefined types (H5T_NATIVE_INT ...) belong to HDF5: they are borrowed,
 // never closed, and need no block.
@@ -44,7 +45,9 @@ class DDB_API hdf_Id {
   struct Block {
     int refs;
     hid_t id;
+    unsigned checked;  // forced closes counted when id was last known valid
   };
+  static bool Alive(Block* block);
   void Release();
 
   hid_t m_id;  // borrowed identifier (m_block is null)

@@ -7,9 +7,14 @@ hdf_PropListDatasetCreation::hdf_PropListDatasetCreation() {
   m_id = hdf_Id::Own(H5Pcreate(H5P_DATASET_CREATE));
 }
 
+hdf_PropListDatasetCreation hdf_PropListDatasetCreation::Default() {
+  return hdf_PropListDatasetCreation(H5P_DEFAULT);
+}
+
 bool hdf_PropListDatasetCreation::SetChunk(const hdf_DimensionList& dims) {
   if (!IsValid()) return false;
-  if (dims.Count() == 0 || H5Pset_chunk(Id(), dims.Count(), dims.Data()) < 0) {
+  if (Id() == H5P_DEFAULT || dims.Count() == 0 ||
+      H5Pset_chunk(Id(), dims.Count(), dims.Data()) < 0) {
     aio_cerr.print("**ERROR hdf_PropListDatasetCreation::SetChunk: cannot use chunks of rank ")
         .print_int(dims.Count())
         .print("\n");

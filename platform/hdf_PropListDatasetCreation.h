@@ -11,6 +11,9 @@
 class DDB_API hdf_PropListDatasetCreation {
  public:
   hdf_PropListDatasetCreation();
+  // HDF5's default list, shared and unchangeable (SetChunk fails): for the
+  // many datasets that need nothing special, without making a list each time.
+  static hdf_PropListDatasetCreation Default();
 
   bool IsValid() const { return m_id.IsValid(); }
   hid_t Id() const { return m_id.Get(); }
@@ -18,6 +21,7 @@ class DDB_API hdf_PropListDatasetCreation {
   bool SetChunk(const hdf_DimensionList& dims);
 
  private:
+  explicit hdf_PropListDatasetCreation(hid_t borrowed) : m_id(hdf_Id::Borrow(borrowed)) {}
   hdf_Id m_id;
 };
 

@@ -181,6 +181,9 @@ TEST_F(HdfWrapper, FailingCallsPrintOneLineAndProbesNothing) {
   EXPECT_FALSE(sim.GetObjinfoExists("a/b/c"));
   EXPECT_FALSE(sim.GetObjinfoExists(""));
   EXPECT_FALSE(sim.AttributeExists("class"));
+  EXPECT_FALSE(sim.TryGroupOpen("discreteModel").IsValid());
+  EXPECT_FALSE(sim.TryDatasetOpen("x").IsValid());
+  EXPECT_TRUE(sim.TryDatasetOpen("d").IsValid());
   EXPECT_EQ(err.Take(), "");
 
   EXPECT_FALSE(sim.GroupOpen("discreteModel").IsValid());
