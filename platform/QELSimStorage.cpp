@@ -30,6 +30,18 @@ bool WriteIntAttribute(const hdf_Group& group, const char* name, int value) {
   return a.Write(hdf_Datatype::NATIVE_INT(), &value);
 }
 
+// The number of elements of a one-dimensional space that an int can count;
+// -1 for any other shape. Files may be damaged: nothing is read on trust.
+int Count(const hdf_Dataspace& space) {
+  hdf_DimensionList dims = space.Dimensions();
+  return dims.Count() == 1 && dims[0] <= 0x7FFFFFFF ? static_cast<int>(dims[0]) : -1;
+}
+
+// Reads an attribute that must hold exactly `count` elements.
+bool ReadAttribute(const hdf_Attribute& a, const hdf_Datatype& type, int count, void* out) {
+  return Count(a.Space()) == count && a.Read(type, out);
+}
+
 }  // namespace
 
 QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bool writable)
@@ -91,7 +103,8 @@ bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) 
   if (!Ready(false)) return false;
   *group = m_collections.TryGroupOpen(QELSimMinorName(minor));
   *size = 0;
-  if (!group->IsValid() || !group->AttributeOpen("size").Read(hdf_Datatype::NATIVE_INT(), size) ||
+  if (!group->IsValid() ||
+      !ReadAttribute(group->AttributeOpen("size"), hdf_Datatype::NATIVE_INT(), 1, size) ||
       *size < 0) {
     return false;
   }
@@ -109,8 +122,8 @@ bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* memb
   int collectionSize = 0;
   if (!FindCollection(collection, &group, &collectionSize)) return false;
   *members = group.TryDatasetOpen(QELSimMinorName(set));
-  *size = static_cast<int>(members->Space().Dimensions()[0]);
-  if (!members->IsValid()) return false;
+  *size = Count(members->Space());
+  if (*size < 0) return false;
   RememberSet(collection, set, *members, *size);
   return true;
 }
@@ -138,10 +151,14 @@ bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* d
   hdf_Dataset values = m_distributions.TryDatasetOpen(QELSimMinorName(minor));
   if (!values.IsValid()) return false;
   uint32_t set[2] = {kQELSimNoMinor, kQELSimNoMinor};
-  if (!values.AttributeOpen("dimensionSet").Read(hdf_Datatype::NATIVE_UINT(), set)) return false;
+  int count = Count(values.Space());
+  if (count < 0 ||
+      !ReadAttribute(values.AttributeOpen("dimensionSet"), hdf_Datatype::NATIVE_UINT(), 2, set)) {
+    return false;
+  }
   distribution->values = values;
   distribution->dimensionSet = QELSimCSetID(0, set[0], set[1]);
-  distribution->count = static_cast<int>(values.Space().Dimensions()[0]);
+  distribution->count = count;
   m_lastDistributionMinor = minor;
   m_lastDistribution = *distribution;
   return true;

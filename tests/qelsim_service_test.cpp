@@ -258,6 +258,42 @@ TEST_F(QELSimService, IdentifiersThatNameNothingGiveOneMessageAndEmptyResults) {
             "**ERROR QELSimCollectionRef::Create: no open context " + std::to_string(n) + "\n");
 }
 
+TEST_F(QELSimService, DamagedServiceDataIsReportedNotTrusted) {
+  {
+    hdf_File file = hdf_File::Create(path.c_str(), hdf_File::Exclusive);
+    hdf_Group service = file.RootGroup().GroupCreate("QELSim", 0);
+    hdf_Group collections = service.GroupCreate("collections", 0);
+    hdf_Group distributions = service.GroupCreate("distributions", 0);
+    collections.GroupCreate("0", 0);  // no "size"
+    hdf_PropListDatasetCreation plain;
+    int values[6] = {1, 2, 3, 4, 5, 6};
+    unsigned five[5] = {0, 0, 0, 0, 0};
+    hdf_Dataset wide =
+        distributions.DatasetCreate("0", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({3}), plain);
+    wide.Write(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({3}), hdf_Dataspace({3}), values);
+    wide.AttributeCreate("dimensionSet", hdf_Datatype::NATIVE_UINT(), hdf_Dataspace({5}))
+        .Write(hdf_Datatype::NATIVE_UINT(), five);
+    hdf_Dataset flat =
+        distributions.DatasetCreate("1", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({2, 3}), plain);
+    flat.AttributeCreate("dimensionSet", hdf_Datatype::NATIVE_UINT(), hdf_Dataspace({2}))
+        .Write(hdf_Datatype::NATIVE_UINT(), five);
+  }
+  QELSimContextID context = Open(path, hdf_File::ReadOnly);
+  int n = context.Number();
+  std::string in = " in context " + std::to_string(n) + "\n";
+  CaptureErr err;
+  EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(n, 0)).Size(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR hdf_Group::AttributeOpen: cannot open attribute size in "
+            "/QELSim/collections/0 of file " +
+                path + "\n**ERROR QELSimCollectionRef::Size: no collection 0" + in);
+  EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID(n, 0)).NumDrawers(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::NumDrawers: no distribution 0" + in);
+  EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID(n, 1)).NumDrawers(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::NumDrawers: no distribution 1" + in);
+  QELSimManager::CloseContext(context);
+}
+
 TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
   QELSimContextID context = Create(path);
   QELSimCollectionRef collection(QELSimCollectionRef::Create(context, 4));
