@@ -7,6 +7,14 @@
 namespace {
 const int kItemBytes = 4;
 
+// Distributions here have one drawer of one dimension: index 0 is the only one.
+bool OnlyOne(const char* operation, const char* what, int index) {
+  if (index == 0) return true;
+  QELSimError(operation).print(what).put(' ').print_int(index);
+  aio_cerr.print(" out of range: distributions have one\n");
+  return false;
+}
+
 aio_ostream& PrintSize(size_t n) {
   char text[24];
   int length = std::snprintf(text, sizeof text, "%zu", n);
@@ -89,13 +97,7 @@ void QELSimTransfer::SetBufferPadding(bool padding) {
 }
 
 void QELSimTransfer::SetDim(int dimension, QELSimCSetID set) {
-  if (dimension != 0) {
-    QELSimError("QELSimTransfer::SetDim")
-        .print("dimension ")
-        .print_int(dimension)
-        .print(" out of range: distributions have one\n");
-    return;
-  }
+  if (!OnlyOne("QELSimTransfer::SetDim", "dimension", dimension)) return;
   m_view = set;
   m_dimensionGiven = true;
   Rearm(kNoView);
@@ -108,13 +110,7 @@ bool QELSimTransfer::CheckView() {
 }
 
 void QELSimTransfer::SetBuffer(int drawer, void* buffer, size_t bytes) {
-  if (drawer != 0) {
-    QELSimError("QELSimTransfer::SetBuffer")
-        .print("drawer ")
-        .print_int(drawer)
-        .print(" out of range: distributions have one\n");
-    return;
-  }
+  if (!OnlyOne("QELSimTransfer::SetBuffer", "drawer", drawer)) return;
   m_buffer = buffer;
   m_bytes = bytes;
   Rearm(kSmallBuffer);
