@@ -4,6 +4,7 @@
 #define DDB_PERSISTENCE_PERSISTENCE_H_
 
 #include "persistence/gbb_AutoArray.h"
+#include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
 
 #endif  // DDB_PERSISTENCE_PERSISTENCE_H_

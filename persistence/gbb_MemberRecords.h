@@ -1,0 +1,141 @@
+// The member-record layer: how every schema class saves and loads its
+// simple-typed members through a gbb_MemoryStream, written once.
+//
+// A member record is
+//
+//   0x03, int member index       the member's tag: its index in the class
+//   tag (shape * 16 + base)      the value's type
+//   the value                    a scalar as the stream writes it; a map as
+//                                an int count, then count pairs of key and
+//                                value in iteration order, with no tag
+//                                before either
+//
+// gbb_MemberType<T> maps each member type to its (shape, base) and knows how
+// to put its value on the stream and take it off again. The schema classes
+// write one gbb_WriteMemberRecord per member and load with
+// gbb_ReadMemberRecords, dispatching each index to gbb_ReadMemberValue.
+#ifndef DDB_PERSISTENCE_GBB_MEMBERRECORDS_H_
+#define DDB_PERSISTENCE_GBB_MEMBERRECORDS_H_
+
+#include "containers/ada_MapInt.h"
+#include "containers/ada_MapString.h"
+#include "containers/ada_string.h"
+#include "persistence/gbb_MemoryStream.h"
+#include "platform/QELSimIDs.h"
+
+// A value the stream carries as one item: its base, and the fewest bytes its
+// stored form can take (used to reject impossible map counts up front).
+template <class T, gbb_MemoryStream::Base B, int MinBytes>
+struct gbb_ScalarMemberType {
+  static constexpr gbb_MemoryStream::Shape kShape = gbb_MemoryStream::ShapeScalar;
+  static constexpr gbb_MemoryStream::Base kBase = B;
+  static constexpr int kMinBytes = MinBytes;
+  static void Write(gbb_MemoryStream& stream, const T& value) { stream.Write(value); }
+  static bool Read(gbb_MemoryStream& stream, T& value) { return stream.Read(value); }
+};
+
+// Only the types below are member types; any other is a compile error.
+template <class T>
+struct gbb_MemberType;
+
+template <>
+struct gbb_MemberType<int> : gbb_ScalarMemberType<int, gbb_MemoryStream::BaseInt, 4> {};
+template <>
+struct gbb_MemberType<double> : gbb_ScalarMemberType<double, gbb_MemoryStream::BaseDouble, 8> {};
+template <>
+struct gbb_MemberType<ada_string>
+    : gbb_ScalarMemberType<ada_string, gbb_MemoryStream::BaseString, 4> {};
+template <>
+struct gbb_MemberType<QELSimCollectionID>
+    : gbb_ScalarMemberType<QELSimCollectionID, gbb_MemoryStream::BaseCollectionID, 4> {};
+template <>
+struct gbb_MemberType<QELSimCSetID>
+    : gbb_ScalarMemberType<QELSimCSetID, gbb_MemoryStream::BaseCSetID, 4> {};
+template <>
+struct gbb_MemberType<QELSimDistributionID>
+    : gbb_ScalarMemberType<QELSimDistributionID, gbb_MemoryStream::BaseDistributionID, 4> {};
+
+// A map: shape by key kind, base of its values. Pairs are inserted one by
+// one with the map's insert, so a map that occurs twice in a stream gets the
+// entries of both records. A count that the remaining bytes cannot hold is
+// an overrun before anything is allocated.
+template <class Map, class Iterator, class Key, class Value, gbb_MemoryStream::Shape S>
+struct gbb_MapMemberType {
+  static_assert(gbb_MemberType<Value>::kShape == gbb_MemoryStream::ShapeScalar,
+                "map values are scalars");
+  static constexpr gbb_MemoryStream::Shape kShape = S;
+  static constexpr gbb_MemoryStream::Base kBase = gbb_MemberType<Value>::kBase;
+  static constexpr int kMinBytes = 4;
+
+  static void Write(gbb_MemoryStream& stream, const Map& map) {
+    stream.Write(map.count());
+    Iterator walk(map);
+    for (walk.first(); !walk.isDone(); walk.next()) {
+      stream.Write(walk.key());
+      gbb_MemberType<Value>::Write(stream, walk.value());
+    }
+  }
+
+  static bool Read(gbb_MemoryStream& stream, Map& map) {
+    int count = 0;
+    if (!stream.Read(count)) return false;
+    const int pairBytes = gbb_MemberType<Key>::kMinBytes + gbb_MemberType<Value>::kMinBytes;
+    if (count < 0 || count > stream.Remaining() / pairBytes) {
+      stream.Fail(gbb_MemoryStream::ErrorOverrun);
+      return false;
+    }
+    Key key;
+    Value value;
+    for (int i = 0; i < count; ++i) {
+      if (!stream.Read(key) || !gbb_MemberType<Value>::Read(stream, value)) return false;
+      map.insert(key, value);
+    }
+    return true;
+  }
+};
+
+template <class X>
+struct gbb_MemberType<ada_MapString<X>>
+    : gbb_MapMemberType<ada_MapString<X>, ada_MapStringIterator<X>, ada_string, X,
+                        gbb_MemoryStream::ShapeMapString> {};
+template <class X>
+struct gbb_MemberType<ada_MapInt<X>> : gbb_MapMemberType<ada_MapInt<X>, ada_MapIntIterator<X>, int,
+                                                         X, gbb_MemoryStream::ShapeMapInt> {};
+
+// Writes one member record: tag 0x03 and the index, then the value's tag and value.
+template <class T>
+void gbb_WriteMemberRecord(gbb_MemoryStream& stream, int index, const T& value) {
+  stream.WriteTag(gbb_MemoryStream::ShapeScalar, gbb_MemoryStream::BaseInt);
+  stream.Write(index);
+  stream.WriteTag(gbb_MemberType<T>::kShape, gbb_MemberType<T>::kBase);
+  gbb_MemberType<T>::Write(stream, value);
+}
+
+// Reads a member's value after its index: the value's tag (ErrorTagMismatch
+// when it is not T's) and the value. False when the stream failed; a scalar
+// is then untouched, a map keeps the pairs read so far.
+template <class T>
+bool gbb_ReadMemberValue(gbb_MemoryStream& stream, T& value) {
+  return stream.Read(gbb_MemberType<T>::kShape, gbb_MemberType<T>::kBase) &&
+         gbb_MemberType<T>::Read(stream, value);
+}
+
+// The load loop: while the stream is sound and not at its end, reads a
+// record's tag and index and calls readValueOfIndex(index), which reads the
+// value when the index is one of the class's simple-typed members and does
+// nothing otherwise (the next tag read then normally fails). Returns the
+// stream's final status.
+template <class F>
+int gbb_ReadMemberRecords(gbb_MemoryStream& stream, F readValueOfIndex) {
+  while (stream.Status() == gbb_MemoryStream::ErrorNone && !stream.AtEnd()) {
+    int index = 0;
+    if (!stream.Read(gbb_MemoryStream::ShapeScalar, gbb_MemoryStream::BaseInt) ||
+        !stream.Read(index)) {
+      break;
+    }
+    readValueOfIndex(index);
+  }
+  return stream.Status();
+}
+
+#endif  // DDB_PERSISTENCE_GBB_MEMBERRECORDS_H_
