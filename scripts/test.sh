@@ -16,3 +16,6 @@ cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=Debug -DDDB_WERROR=ON -DDDB_SANI
 cmake --build build/sanitize -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
+
+# A minute of fuzzing the member stream on its seed corpus.
+scripts/fuzz.sh 60
