@@ -4,6 +4,9 @@
 // every mask and writes one int per DOF into a fresh array, the least any
 // numbering must do. Construction is expected within 4x of it, each solver
 // setup and query path within 2x. Pass --large for the 10M-node meshes.
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -11,6 +14,7 @@
 
 #include "bench_util.h"
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
+#include "platform/QELSimService.h"
 #include "platform/mem.h"
 #include "support/fe_deck.h"
 
@@ -94,7 +98,30 @@ double BytesPerDof(const fesD_NodalDofDefinition& def) {
   return ints * sizeof(int) / dofs;
 }
 
-void Measure(const char* title, const std::vector<int>& masks, int runs, int repeat) {
+// A scratch database file for the ordered-set form, removed at the end.
+class ScratchDatabase {
+ public:
+  ScratchDatabase() {
+    char folder[] = "/tmp/dofs_bench_XXXXXX";
+    if (mkdtemp(folder) == nullptr) return;
+    m_folder = folder;
+    m_file = m_folder + "/orderings.h5";
+    m_context = QELSimManager::CreateContext(m_file.c_str(), hdf_File::Exclusive, 0, false, 0);
+  }
+  ~ScratchDatabase() {
+    QELSimManager::CloseContext(m_context);
+    if (!m_file.empty()) unlink(m_file.c_str());
+    if (!m_folder.empty()) rmdir(m_folder.c_str());
+  }
+  QELSimContextID context() const { return m_context; }
+
+ private:
+  std::string m_folder, m_file;
+  QELSimContextID m_context;
+};
+
+void Measure(const char* title, const std::vector<int>& masks, int runs, int repeat,
+             QELSimContextID database) {
   const int nodes = static_cast<int>(masks.size());
   Timer timer(masks, runs, repeat);
   const int dofs = timer.dofs();
@@ -112,6 +139,9 @@ void Measure(const char* title, const std::vector<int>& masks, int runs, int rep
   for (int n = 0; n < nodes; ++n) reversedRank[n] = nodes - n;
   const double fromArray =
       timer.Time([&] { numbering.SetupSolverDofs(dofs, reversedDofs.data()); });
+  QELSimCollectionRef dofCollection(QELSimCollectionRef::Create(database, dofs));
+  const QELSimCSetID reversedSet = dofCollection.CreateOrderedCSet(reversedDofs.data(), dofs);
+  const double fromSet = timer.Time([&] { numbering.SetupSolverDofs(reversedSet); });
   const double fromNodeMasks =
       timer.Time([&] { numbering.SetupSolverDofs(reversedRank.data(), masks.data()); });
 
@@ -133,6 +163,7 @@ void Measure(const char* title, const std::vector<int>& masks, int runs, int rep
   bench::Row("baseline: read masks, write one int per DOF", baseline, dofs, baseline);
   bench::Row("construction (target 4x)", construct, dofs, baseline);
   bench::Row("SetupSolverDofs, array form (target 2x)", fromArray, dofs, baseline);
+  bench::Row("SetupSolverDofs, ordered-set form (file)", fromSet, dofs, baseline);
   bench::Row("SetupSolverDofs, node-mask form (target 2x)", fromNodeMasks, dofs, baseline);
   bench::Row("MappingToSolverDofs (target 2x)", mappingTime, dofs, baseline);
   bench::Row("NodeDofFromSolverDof, all DOFs (target 2x)", decodeTime, dofs, baseline);
@@ -160,6 +191,7 @@ int main(int argc, char** argv) {
   // first figure so that every row sees the same heap.
   mem_Free(mem_OperatorNewThrowBuiltin(size_t{64} << 20));
   mem_Free(mem_OperatorNewThrowBuiltin(size_t{16} << 20));
+  ScratchDatabase database;
   std::vector<int> sizes = {1000000};
   if (large) sizes.push_back(10000000);
   for (int nodes : sizes) {
@@ -167,9 +199,9 @@ int main(int argc, char** argv) {
     std::string t3 = std::string(label) + " nodes x 3 DOFs";
     std::string t6 = std::string(label) + " nodes x 6 DOFs";
     std::string tm = std::string(label) + " nodes, mixed 3/6 DOFs";
-    Measure(t3.c_str(), Uniform(nodes, 0x7), runs, 1);
-    Measure(t6.c_str(), Uniform(nodes, 0x3F), runs, 1);
-    Measure(tm.c_str(), Mixed(nodes), runs, 1);
+    Measure(t3.c_str(), Uniform(nodes, 0x7), runs, 1, database.context());
+    Measure(t6.c_str(), Uniform(nodes, 0x3F), runs, 1, database.context());
+    Measure(tm.c_str(), Mixed(nodes), runs, 1, database.context());
   }
 
   std::string folder = FeDeckFolder();
@@ -186,7 +218,7 @@ int main(int argc, char** argv) {
     }
     // Small meshes: repeat each operation so that a figure spans milliseconds.
     const int repeat = std::max(1, 2000000 / static_cast<int>(deck.masks.size() + 1));
-    Measure(name, deck.masks, runs, repeat);
+    Measure(name, deck.masks, runs, repeat, database.context());
   }
   return 0;
 }

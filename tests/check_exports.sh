@@ -27,6 +27,9 @@ for t in QELSimDSetID QELSimDistributionID QELSimCSetID QELSimCollectionID ada_s
 done
 # The DOF numbering.
 need "fesD_NodalDofDefinition::fesD_NodalDofDefinition(int*, int, int, bool)"
+need "fesD_NodalDofDefinition::fesD_NodalDofDefinition(QELSimDistributionID, int, bool)"
+need "fesD_NodalDofDefinition::SetupSolverDofs(QELSimCSetID)"
+need "fesD_NodalDofDefinition::WritePermutation(QELSimCollectionID) const"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int, int const*)"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int const*, int const*)"
 need "fesD_NodalDofDefinition::SolverDofsFromNodes(bool const*, int&) const"

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/QELSimService.h"
 #include "platform/aio_ostream.h"
 #include "platform/mem.h"
 
@@ -53,32 +54,55 @@ inline int LowestLabel(uint32_t mask) {
   AbortInconsistent(line, nullptr, 0, 0);
 }
 
+// The packed node/DOF code must stay a positive int.
+void CheckNodeCount(int numNodes) {
+  if (numNodes < 0 || numNodes > fesD_NodalDofDefinition::kMaxNodes) {
+    AbortInconsistent("NODE COUNT OUTSIDE THE RANGE OF THE NODAL DOF NUMBERING.\n", "NODES / LIMIT",
+                      numNodes, fesD_NodalDofDefinition::kMaxNodes);
+  }
+}
+
 const char kInconsistentCount[] = "THE SOLVER AND FE MESH HAVE AN INCONSISTENT NUMBER OF DOFS.\n";
 
 }  // namespace
 
+fesD_NodalDofDefinition::fesD_NodalDofDefinition(QELSimDistributionID masks, int shift,
+                                                 bool addLabel10) {
+  QELSimDistributionRef distribution(masks);
+  if (!(distribution.NumDrawers() == 1)) FailAssertion("distribution.NumDrawers() == 1");
+  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+  distribution.QueryDrawers(drawers);
+  QELSimPersistentDrawerDesc& drawer = drawers[0];
+  const QELSimCSetID nodeOrder = drawer.DimensionSets()[0];
+  m_numNodes = drawer.DataSizeItems(0);
+  CheckNodeCount(m_numNodes);
+  const size_t bytes = mem_ArraySize(m_numNodes, sizeof(int));
+  m_activityMasks = NewInts(m_numNodes);
+  // A read that fails (after the service's message) leaves no DOFs rather
+  // than whatever the allocator left in the buffer.
+  std::memset(m_activityMasks, 0, bytes);
+  QELSimTransfer transfer(masks);
+  transfer.SetRead();
+  transfer.SetBufferPadding(false);
+  transfer.SetDim(0, nodeOrder);
+  transfer.CheckView();
+  transfer.SetBuffer(0, m_activityMasks, bytes);
+  transfer.ExecRead();
+  transfer.RelinquishBuffers();
+  InitialiseTables(shift, addLabel10);
+}
+
 fesD_NodalDofDefinition::fesD_NodalDofDefinition(int* masks, int numNodes, int shift,
-                                                 bool addLabel10)
-    : m_numNodes(numNodes),
-      m_maxDofToSystem(nullptr),
-      m_maxNodalDof(0),
-      m_labelToDofId(nullptr),
-      m_dofIdToLabel(nullptr),
-      m_nodalDofIdBuffer(nullptr),
-      m_activityMasks(masks),
-      m_numDofs(0),
-      m_systemDofCode(nullptr),
-      m_numSolverDofs(0),
-      m_numSolverAcousticDofs(0),
-      m_solverToSystemId(nullptr),
-      m_dofIdToSolverDofId(nullptr),
-      m_solverDofIdToDofId(nullptr) {
-  if (numNodes < 0 || numNodes > kMaxNodes) {
-    AbortInconsistent("NODE COUNT OUTSIDE THE RANGE OF THE NODAL DOF NUMBERING.\n", "NODES / LIMIT",
-                      numNodes, kMaxNodes);
-  }
-  // An allocation that fails throws; the tables made so far and the adopted
-  // masks must not leak with it.
+                                                 bool addLabel10) {
+  m_numNodes = numNodes;
+  m_activityMasks = masks;
+  CheckNodeCount(numNodes);
+  InitialiseTables(shift, addLabel10);
+}
+
+void fesD_NodalDofDefinition::InitialiseTables(int shift, bool addLabel10) {
+  // An allocation that fails throws; the tables made so far and the masks
+  // must not leak with it.
   try {
     SetupNodalTables(PrepareMasks(shift, addLabel10));
   } catch (...) {
@@ -287,6 +311,15 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   if (position != numDofs) AbortInconsistent(kInconsistentCount);
 }
 
+void fesD_NodalDofDefinition::SetupSolverDofs(QELSimCSetID ordering) {
+  QELSimCSet set(ordering);
+  const int n = set.Size();
+  int* members = NewInts(n);
+  set.OrderedMembers(members);
+  SetupSolverDofs(n, members);
+  mem_Free(members);
+}
+
 void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* solverMasks) {
   mem_Free(m_solverToSystemId);
   m_solverToSystemId = nullptr;
@@ -377,11 +410,10 @@ void fesD_NodalDofDefinition::SetupSolverDofIdMaps(uint32_t solverLabelMask) {
   }
 }
 
-void fesD_NodalDofDefinition::FailSolverDofsMissing() {
-  aio_cerr.print("Assertion failed: m_solverToSystemId\n").flush();
+void fesD_NodalDofDefinition::FailAssertion(const char* condition) {
+  aio_cerr.print("Assertion failed: ").print(condition).put('\n').flush();
   std::abort();
 }
-
 void fesD_NodalDofDefinition::MappingToSolverDofs(int* out) const {
   RequireSolverDofs();
   const int* order = m_solverToSystemId;
@@ -404,4 +436,10 @@ int* fesD_NodalDofDefinition::SolverDofsFromNodes(const bool* selected, int& cou
   // Positions are distinct, so any ascending sort gives the one order.
   std::sort(result, result + count);
   return result;
+}
+
+QELSimCSetID fesD_NodalDofDefinition::WritePermutation(QELSimCollectionID collection) const {
+  RequireSolverDofs();
+  QELSimCollectionRef dofs(collection);
+  return dofs.CreateOrderedCSet(m_solverToSystemId, m_numSolverDofs);
 }

@@ -19,6 +19,7 @@
 
 #include <cstdint>
 
+#include "platform/QELSimIDs.h"
 #include "platform/ddb_export.h"
 
 // A node index and a DOF id.
@@ -33,10 +34,13 @@ class DDB_API fesD_NodalDofDefinition {
   // must stay a positive int.
   static const int kMaxNodes = 16777215;
 
+  // Reads one mask per node from a distribution of one drawer (the FE
+  // system's nodal activity masks). `shift` also activates label L + shift
+  // for every active label L (taken modulo 32); `addLabel10` activates label
+  // 10 where the acoustic label 8 is active.
+  fesD_NodalDofDefinition(QELSimDistributionID masks, int shift, bool addLabel10);
   // Adopts `masks` (from the suite allocator; modified in place and released
-  // by the destructor). `shift` also activates label L + shift for every
-  // active label L (taken modulo 32); `addLabel10` activates label 10 where
-  // the acoustic label 8 is active.
+  // by the destructor).
   fesD_NodalDofDefinition(int* masks, int numNodes, int shift, bool addLabel10);
   ~fesD_NodalDofDefinition();
   fesD_NodalDofDefinition(const fesD_NodalDofDefinition&) = delete;
@@ -45,6 +49,8 @@ class DDB_API fesD_NodalDofDefinition {
   // Solver orderings; each replaces the previous one.
   // The solver's system DOFs in its order; null means 0 .. numSolverDofs - 1.
   void SetupSolverDofs(int numSolverDofs, const int* solverToSystem);
+  // The same, read from an ordered set of system DOFs.
+  void SetupSolverDofs(QELSimCSetID ordering);
   // Per node, the labels the solver solves for; nodes taken by 1-based rank
   // (null: in index order). Leaves NumberOfSolverAcousticDofs() as it was.
   void SetupSolverDofs(const int* nodeRank, const int* solverMasks);
@@ -106,31 +112,37 @@ class DDB_API fesD_NodalDofDefinition {
   // The solver positions of the selected nodes' DOFs, ascending; caller
   // frees with mem_Free.
   int* SolverDofsFromNodes(const bool* selected, int& count) const;
+  // Stores the solver's part of the ordering (system DOFs in solver order)
+  // as a new ordered set of `collection`, the collection of system DOFs.
+  QELSimCSetID WritePermutation(QELSimCollectionID collection) const;
 
  private:
   void ReleaseTables();
   uint32_t PrepareMasks(int shift, bool addLabel10);
   void SetupNodalTables(uint32_t unionMask);
   void SetupSolverDofIdMaps(uint32_t solverLabelMask);
+  void InitialiseTables(int shift, bool addLabel10);
   void RequireSolverDofs() const {
-    if (m_solverToSystemId == nullptr) FailSolverDofsMissing();
+    if (m_solverToSystemId == nullptr) FailAssertion("m_solverToSystemId");
   }
-  [[noreturn]] static void FailSolverDofsMissing();
+  // Stops the process in every build type, unlike assert().
+  [[noreturn]] static void FailAssertion(const char* condition);
 
-  int m_numNodes;
-  int* m_maxDofToSystem;
-  int m_maxNodalDof;
-  int* m_labelToDofId;
-  int* m_dofIdToLabel;
-  int* m_nodalDofIdBuffer;
-  int* m_activityMasks;
-  int m_numDofs;
-  int* m_systemDofCode;
-  int m_numSolverDofs;
-  int m_numSolverAcousticDofs;
-  int* m_solverToSystemId;
-  int* m_dofIdToSolverDofId;
-  int* m_solverDofIdToDofId;
+  // Every field starts zero or null, whichever constructor runs.
+  int m_numNodes = 0;
+  int* m_maxDofToSystem = nullptr;
+  int m_maxNodalDof = 0;
+  int* m_labelToDofId = nullptr;
+  int* m_dofIdToLabel = nullptr;
+  int* m_nodalDofIdBuffer = nullptr;
+  int* m_activityMasks = nullptr;
+  int m_numDofs = 0;
+  int* m_systemDofCode = nullptr;
+  int m_numSolverDofs = 0;
+  int m_numSolverAcousticDofs = 0;
+  int* m_solverToSystemId = nullptr;
+  int* m_dofIdToSolverDofId = nullptr;
+  int* m_solverDofIdToDofId = nullptr;
 };
 
 #endif  // DDB_FES_DPA_IMPL_FESD_NODALDOFDEFINITION_H_
