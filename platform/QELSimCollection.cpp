@@ -45,7 +45,7 @@ QELSimCollectionID QELSimCollectionRef::Create(QELSimContextID context, int size
   storage->CollectionAdded();  // the name is taken, whatever follows
   hdf_Attribute a = group.AttributeCreate("size", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({1}));
   if (!a.Write(hdf_Datatype::NATIVE_INT(), &size)) return QELSimCollectionID();
-  storage->RememberCollection(minor, group, size);
+  storage->RememberCollection(minor, group, size, 0);
   return QELSimCollectionID(context.Number(), minor);
 }
 
@@ -88,12 +88,13 @@ QELSimCSetID QELSimCollectionRef::CreateOrderedCSet(const int* members, int coun
     return QELSimCSetID();
   }
   hdf_WriteBatch batch(storage->File());
-  uint32_t minor = static_cast<uint32_t>(group.NumObjects());
+  uint32_t minor = storage->NextSet(m_id.CollectionMinor(), group);
   hsize_t n = static_cast<hsize_t>(count);
   hdf_Dataspace space({n});
   hdf_Dataset set = group.DatasetCreate(QELSimMinorName(minor), hdf_Datatype::NATIVE_INT(), space,
                                         hdf_PropListDatasetCreation::Default());
   if (!set.IsValid()) return QELSimCSetID();
+  storage->SetAdded(m_id.CollectionMinor());  // the name is taken, whatever follows
   if (n > 0 && !set.Write(hdf_Datatype::NATIVE_INT(), space, space, members)) {
     return QELSimCSetID();
   }

@@ -52,7 +52,7 @@ QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bo
       m_writable(writable),
       m_numCollections(kQELSimNoMinor),
       m_numDistributions(kQELSimNoMinor),
-      m_lastCollection{kQELSimNoMinor, hdf_Group(), 0},
+      m_lastCollection{kQELSimNoMinor, hdf_Group(), 0, kQELSimNoMinor},
       m_lastSet{kQELSimNoMinor, kQELSimNoMinor, hdf_Dataset(), 0},
       m_lastDistributionMinor(kQELSimNoMinor),
       m_lastDistribution{hdf_Dataset(), QELSimCSetID(), 0} {}
@@ -128,10 +128,26 @@ bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* memb
   return true;
 }
 
-void QELSimStorage::RememberCollection(uint32_t minor, const hdf_Group& group, int size) {
+void QELSimStorage::RememberCollection(uint32_t minor, const hdf_Group& group, int size,
+                                       uint32_t sets) {
+  if (minor != m_lastCollection.minor || sets != kQELSimNoMinor) m_lastCollection.sets = sets;
   m_lastCollection.minor = minor;
   m_lastCollection.group = group;
   m_lastCollection.size = size;
+}
+
+uint32_t QELSimStorage::NextSet(uint32_t collection, const hdf_Group& group) {
+  if (collection != m_lastCollection.minor) return static_cast<uint32_t>(group.NumObjects());
+  if (m_lastCollection.sets == kQELSimNoMinor) {
+    m_lastCollection.sets = static_cast<uint32_t>(group.NumObjects());
+  }
+  return m_lastCollection.sets;
+}
+
+void QELSimStorage::SetAdded(uint32_t collection) {
+  if (collection == m_lastCollection.minor && m_lastCollection.sets != kQELSimNoMinor) {
+    ++m_lastCollection.sets;
+  }
 }
 
 void QELSimStorage::RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members,

@@ -64,7 +64,12 @@ class QELSimStorage : public mem_AllocationOperators {
   bool FindCollection(uint32_t minor, hdf_Group* group, int* size);
   bool FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size);
   bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution);
-  void RememberCollection(uint32_t minor, const hdf_Group& group, int size);
+  // `sets`: how many sets it has, when known (a new collection has none).
+  void RememberCollection(uint32_t minor, const hdf_Group& group, int size,
+                          uint32_t sets = kQELSimNoMinor);
+  // The minor part of the next new set of `collection` (an open group of it).
+  uint32_t NextSet(uint32_t collection, const hdf_Group& group);
+  void SetAdded(uint32_t collection);
   void RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members, int size);
 
   // Closes the file and everything opened in it.
@@ -85,6 +90,7 @@ class QELSimStorage : public mem_AllocationOperators {
     uint32_t minor;
     hdf_Group group;
     int size;
+    uint32_t sets;  // its number of sets, kQELSimNoMinor until counted
   } m_lastCollection;
   struct {
     uint32_t collection, set;

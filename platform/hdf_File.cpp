@@ -168,7 +168,8 @@ hdf_WriteBatch::hdf_WriteBatch(const hdf_File& file) : m_file(file) {
 
 hdf_WriteBatch::~hdf_WriteBatch() {
   --g_batchDepth;
-  if (g_flushAfterWrites && m_file.IsValid() && !m_file.IsReadOnly()) m_file.Flush();
+  // Flushing a read-only file writes nothing and succeeds.
+  if (g_flushAfterWrites && m_file.IsValid()) m_file.Flush();
 }
 
 void hdf_FlushAfterWrite(hid_t object) {
