@@ -4,7 +4,13 @@
 #define DDB_PERSISTENCE_PERSISTENCE_H_
 
 #include "persistence/gbb_AutoArray.h"
+#include "persistence/gbb_Class.h"
+#include "persistence/gbb_DistributionService.h"
+#include "persistence/gbb_Handle.h"
+#include "persistence/gbb_Link.h"
 #include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
+#include "persistence/gbb_Path.h"
+#include "persistence/gbb_TraverseContext.h"
 
 #endif  // DDB_PERSISTENCE_PERSISTENCE_H_
