@@ -1,0 +1,66 @@
+#include "persistence/gbb_SchemaSupport.h"
+
+#include "persistence/gbb_Link.h"
+#include "persistence/gbb_SchemaSnapshot.h"
+
+gbb_Members::~gbb_Members() {}
+
+void gbb_Members::verify() {}
+
+void gbb_ReportEmptyHandle(const char* qualifiedName) {
+  aio_cerr.print("**ERROR ").print(qualifiedName).print(": called on an empty handle\n");
+}
+
+gbb_ObjectInterface* gbb_OpenByClass(gbb_Path parent, int index, const gbb_Group& group,
+                                     int traceFlag, gbb_Class expected, const char* holderName,
+                                     bool* failed) {
+  *failed = true;
+  gbb_SimpleLink link(parent, "#/schemaSnapshot");
+  gbb_SchemaSnapshot snapshot(link.Get(0));
+  gbb_ClassID id = group.ReadClassID();
+  gbb_Class cls = snapshot.GetClass(id);
+  if (cls.IsNull()) {
+    aio_cerr.print("**ERROR ").print(holderName).print("::Open: class ");
+    aio_cerr << id;
+    aio_cerr.print(" is not registered\n");
+    return nullptr;
+  }
+  if (!cls.IsA(expected)) {
+    aio_cerr.print("**ERROR ").print(holderName).print("::Open: unrelated class ");
+    aio_cerr << id;
+    aio_cerr.print("\n");
+    return nullptr;
+  }
+  *failed = false;
+  return cls.Open(parent, index, group, traceFlag);
+}
+
+gbb_DistributionService gbb_ResolveService(gbb_Path path) {
+  gbb_SimpleLink link(path, "#/distributionService");
+  return gbb_DistributionService(link.Get(0));
+}
+
+void gbb_StoreMembers(const gbb_Group& group, gbb_MemoryStream& stream, const char* implName) {
+  if (stream.Status() != 0) {
+    aio_cerr.print("**ERROR ").print(implName).print("::SaveMembers: error ");
+    aio_cerr.print_int(stream.Status()).print(" saving class data\n");
+    return;
+  }
+  gbb_MembersBuffer bytes(stream.GetBuffer());
+  group.OpenDataset(kMembersDataset).Write(&bytes[0], bytes.count(), 0);
+}
+
+gbb_MembersBuffer::gbb_AutoArrayMoveSrc gbb_FetchMembers(const gbb_Group& group) {
+  gbb_Dataset dataset = group.OpenDataset(kMembersDataset);
+  int size = dataset.Size();
+  gbb_MembersBuffer bytes(size);
+  bytes.append(static_cast<unsigned char>(0), size);
+  int got = size > 0 ? dataset.Read(&bytes[0], size, 0) : 0;
+  if (got < size) bytes.truncate(size - got);
+  return bytes;
+}
+
+void gbb_ReportLoadError(const char* implName, int status) {
+  aio_cerr.print("**ERROR ").print(implName).print("::LoadMembers: error ");
+  aio_cerr.print_int(status).print(" loading class data\n");
+}
