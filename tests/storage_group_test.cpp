@@ -1,0 +1,274 @@
+// Storage groups on a real file: the on-file layout is checked with the
+// HDF5 C API directly, independent of the wrapper, and tampered files give
+// messages or the documented empty results, never a crash.
+#include <gtest/gtest.h>
+#include <hdf5.h>
+
+#include <string>
+#include <vector>
+
+#include "persistence/gbb_Group.h"
+#include "platform/hdf.h"
+#include "support/capture.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+// Reads an attribute of the object at `path` with the C API.
+struct RawAttribute {
+  bool exists = false;
+  bool isInt = false, isUchar = false;
+  std::vector<hsize_t> dims;
+  std::vector<int> ints;
+  std::vector<unsigned char> bytes;
+};
+
+RawAttribute ReadAttribute(const std::string& file, const char* object, const char* name) {
+  RawAttribute r;
+  hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  hid_t o = H5Oopen(f, object, H5P_DEFAULT);
+  if (H5Aexists(o, name) > 0) {
+    r.exists = true;
+    hid_t a = H5Aopen(o, name, H5P_DEFAULT);
+    hid_t t = H5Aget_type(a);
+    hid_t s = H5Aget_space(a);
+    r.isInt = H5Tequal(t, H5T_NATIVE_INT) > 0;
+    r.isUchar = H5Tequal(t, H5T_NATIVE_UCHAR) > 0;
+    int rank = H5Sget_simple_extent_ndims(s);
+    r.dims.resize(static_cast<size_t>(rank));
+    H5Sget_simple_extent_dims(s, r.dims.data(), nullptr);
+    hssize_t n = H5Sget_simple_extent_npoints(s);
+    if (r.isInt) {
+      r.ints.resize(static_cast<size_t>(n));
+      H5Aread(a, H5T_NATIVE_INT, r.ints.data());
+    } else if (r.isUchar) {
+      r.bytes.resize(static_cast<size_t>(n));
+      H5Aread(a, H5T_NATIVE_UCHAR, r.bytes.data());
+    }
+    H5Sclose(s);
+    H5Tclose(t);
+    H5Aclose(a);
+  }
+  H5Oclose(o);
+  H5Fclose(f);
+  return r;
+}
+
+class StorageGroups : public testing::Test {
+ protected:
+  void SetUp() override {
+    file = hdf_File::Create(path.c_str(), hdf_File::Exclusive);
+    ASSERT_TRUE(file.IsValid());
+    sim = gbb_Group(file.RootGroup().GroupCreate("sim", 0), kSimFileType);
+  }
+  void Reopen() {
+    sim = gbb_Group();
+    file.Close();
+  }
+  ScratchDir dir;
+  std::string path = dir.File("groups.h5");
+  hdf_File file;
+  gbb_Group sim;
+};
+
+TEST_F(StorageGroups, ObjectGroupsCarryTypeOnlyWithATagAndAnEmptyClass) {
+  gbb_Group child = sim.CreateGroup("discreteModel");
+  ASSERT_TRUE(child.IsValid());
+  EXPECT_TRUE(sim.Exists("discreteModel"));
+  EXPECT_FALSE(sim.Exists("mesh"));
+  EXPECT_TRUE(child.ReadClassID().IsEmpty());
+  child.WriteClassID(gbb_ClassID("com.trevolo.DiscreteModel"));
+  EXPECT_STREQ(child.ReadClassID().Bytes(), "com.trevolo.DiscreteModel");
+  Reopen();
+
+  RawAttribute type = ReadAttribute(path, "/sim", "type");
+  ASSERT_TRUE(type.exists);
+  EXPECT_TRUE(type.isInt);
+  EXPECT_EQ(type.dims, std::vector<hsize_t>{2});
+  EXPECT_EQ(type.ints, (std::vector<int>{1523728409, 0}));
+  RawAttribute cls = ReadAttribute(path, "/sim", "class");
+  EXPECT_TRUE(cls.isUchar);
+  EXPECT_EQ(cls.dims, std::vector<hsize_t>{80});
+  EXPECT_EQ(cls.bytes, std::vector<unsigned char>(80, 0));
+  EXPECT_FALSE(ReadAttribute(path, "/sim/discreteModel", "type").exists);
+  RawAttribute named = ReadAttribute(path, "/sim/discreteModel", "class");
+  std::string text(named.bytes.begin(), named.bytes.end());
+  EXPECT_EQ(text, std::string("com.trevolo.DiscreteModel") + std::string(80 - 25, '\0'));
+}
+
+TEST_F(StorageGroups, RepositoriesCountTheirElements) {
+  gbb_Repository systems = sim.CreateRepository("systems");
+  EXPECT_EQ(systems.ReadSize(), 0);
+  gbb_Group first = systems.CreateElement(0);
+  systems.CreateElement(1);
+  systems.WriteSize(2);
+  EXPECT_EQ(systems.ReadSize(), 2);
+  EXPECT_TRUE(systems.OpenElement(1).IsValid());
+  EXPECT_TRUE(first.ReadClassID().IsEmpty());
+  Reopen();
+  RawAttribute size = ReadAttribute(path, "/sim/systems", "#size");
+  EXPECT_TRUE(size.isInt);
+  EXPECT_EQ(size.dims, (std::vector<hsize_t>{1, 1}));
+  EXPECT_EQ(size.ints, std::vector<int>{2});
+  EXPECT_FALSE(ReadAttribute(path, "/sim/systems", "class").exists);
+  EXPECT_TRUE(ReadAttribute(path, "/sim/systems/0", "class").exists);
+  EXPECT_TRUE(ReadAttribute(path, "/sim/systems/1", "class").exists);
+}
+
+TEST_F(StorageGroups, MembersDatasetIsChunkedExtensibleBytes) {
+  gbb_Dataset created = sim.CreateDataset("#simpleTypeMembers");
+  EXPECT_EQ(created.Size(), 0);
+  gbb_Dataset data = sim.OpenDataset("#simpleTypeMembers");
+  std::vector<unsigned char> fifty(50), ten(10, 7), back(100, 0xEE);
+  for (int i = 0; i < 50; ++i) fifty[static_cast<size_t>(i)] = static_cast<unsigned char>(i);
+  EXPECT_EQ(data.Write(fifty.data(), 50, 0), 50);
+  EXPECT_EQ(data.Write(ten.data(), 10, 0), 10);
+  EXPECT_EQ(data.Size(), 50);  // datasets only grow
+  EXPECT_EQ(data.Read(back.data(), 100, 50), 0);
+  EXPECT_EQ(data.Read(back.data(), 100, 60), 0);
+  EXPECT_EQ(data.Read(back.data(), 100, 40), 10);
+  EXPECT_EQ(back[0], 40);
+  EXPECT_EQ(back[10], 0xEE);  // nothing written past what was read
+  EXPECT_EQ(data.Read(back.data(), 100, 0), 50);
+  EXPECT_EQ(back[9], 7);
+  EXPECT_EQ(back[10], 10);
+  Reopen();
+
+  hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  hid_t d = H5Dopen2(f, "/sim/#simpleTypeMembers", H5P_DEFAULT);
+  hid_t t = H5Dget_type(d);
+  EXPECT_GT(H5Tequal(t, H5T_NATIVE_UCHAR), 0);
+  hid_t s = H5Dget_space(d);
+  hsize_t dims[1], maxdims[1];
+  EXPECT_EQ(H5Sget_simple_extent_dims(s, dims, maxdims), 1);
+  EXPECT_EQ(dims[0], 50u);
+  EXPECT_EQ(maxdims[0], H5S_UNLIMITED);
+  hid_t p = H5Dget_create_plist(d);
+  EXPECT_EQ(H5Pget_layout(p), H5D_CHUNKED);
+  hsize_t chunk[1] = {0};
+  EXPECT_EQ(H5Pget_chunk(p, 1, chunk), 1);
+  EXPECT_EQ(chunk[0], 1024u);
+  H5Pclose(p);
+  H5Sclose(s);
+  H5Tclose(t);
+  H5Dclose(d);
+  H5Fclose(f);
+}
+
+// Tampers with a group through the C API.
+void Tamper(const std::string& path, void (*edit)(hid_t group)) {
+  hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+  hid_t g = H5Gopen2(f, "/sim/x", H5P_DEFAULT);
+  edit(g);
+  H5Gclose(g);
+  H5Fclose(f);
+}
+
+void ReplaceAttribute(hid_t g, const char* name, hid_t type, std::vector<hsize_t> dims) {
+  if (H5Aexists(g, name) > 0) H5Adelete(g, name);
+  hid_t s = H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr);
+  hid_t a = H5Acreate2(g, name, type, s, H5P_DEFAULT, H5P_DEFAULT);
+  std::vector<unsigned char> junk(4096, 'z');
+  H5Awrite(a, type, junk.data());
+  H5Aclose(a);
+  H5Sclose(s);
+}
+
+TEST_F(StorageGroups, TamperedClassAttributesGiveAnEmptyIdentifier) {
+  sim.CreateGroup("x");
+  Reopen();
+  struct Case {
+    const char* what;
+    void (*edit)(hid_t);
+    bool empty;
+  } cases[] = {
+      {"missing", [](hid_t g) { H5Adelete(g, "class"); }, true},
+      {"longer than 80",
+       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {100}); }, true},
+      {"two-dimensional",
+       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80, 2}); }, true},
+      {"a string type",
+       [](hid_t g) {
+         hid_t t = H5Tcopy(H5T_C_S1);
+         H5Tset_size(t, 80);
+         ReplaceAttribute(g, "class", t, {1});
+         H5Tclose(t);
+       },
+       true},
+      {"not terminated",
+       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80}); }, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Tamper(path, c.edit);
+    hdf_File reopened = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+    gbb_Group x(reopened.RootGroup().GroupOpen("sim").GroupOpen("x"));
+    CaptureErr err;
+    gbb_ClassID id = x.ReadClassID();
+    EXPECT_EQ(id.IsEmpty(), c.empty);
+    if (!c.empty) EXPECT_EQ(id.Length(), 80);
+  }
+}
+
+TEST_F(StorageGroups, TamperedSizeAttributesCountAsEmptyWithAMessage) {
+  sim.CreateRepository("x");
+  Reopen();
+  struct Case {
+    const char* what;
+    void (*edit)(hid_t);
+    const char* message;
+  } cases[] = {
+      {"wrong shape", [](hid_t g) { ReplaceAttribute(g, "#size", H5T_NATIVE_INT, {2, 1}); },
+       "**ERROR gbb_Repository::ReadSize: \"#size\" does not hold one integer in /sim/x\n"},
+      {"negative",
+       [](hid_t g) {
+         int minus = -5;
+         hid_t a = H5Aopen(g, "#size", H5P_DEFAULT);
+         if (a < 0) {
+           hsize_t one[2] = {1, 1};
+           hid_t s = H5Screate_simple(2, one, nullptr);
+           a = H5Acreate2(g, "#size", H5T_NATIVE_INT, s, H5P_DEFAULT, H5P_DEFAULT);
+           H5Sclose(s);
+         }
+         H5Awrite(a, H5T_NATIVE_INT, &minus);
+         H5Aclose(a);
+       },
+       "**ERROR gbb_Repository::ReadSize: \"#size\" is negative in /sim/x\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Tamper(path, c.edit);
+    hdf_File reopened = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+    gbb_Repository x(reopened.RootGroup().GroupOpen("sim").GroupOpen("x"));
+    CaptureErr err;
+    EXPECT_EQ(x.ReadSize(), 0);
+    EXPECT_EQ(err.Take(), c.message);
+  }
+  Tamper(path, [](hid_t g) { H5Adelete(g, "#size"); });
+  hdf_File reopened = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+  gbb_Repository x(reopened.RootGroup().GroupOpen("sim").GroupOpen("x"));
+  CaptureErr err;
+  EXPECT_EQ(x.ReadSize(), 0);
+  EXPECT_NE(err.Take(), "");  // the wrapper names the missing attribute
+}
+
+TEST_F(StorageGroups, DatasetsOfAnotherShapeAreRefusedWithAMessage) {
+  gbb_Group x = sim.CreateGroup("x");
+  hsize_t dims[2] = {4, 4};
+  hid_t s = H5Screate_simple(2, dims, nullptr);
+  hid_t d = H5Dcreate2(x.Platform().Id(), "#simpleTypeMembers", H5T_NATIVE_INT, s, H5P_DEFAULT,
+                       H5P_DEFAULT, H5P_DEFAULT);
+  H5Dclose(d);
+  H5Sclose(s);
+  CaptureErr err;
+  gbb_Dataset data = x.OpenDataset("#simpleTypeMembers");
+  unsigned char bytes[64];
+  EXPECT_EQ(data.Size(), 0);
+  EXPECT_EQ(data.Read(bytes, 64, 0), 0);
+  EXPECT_EQ(data.Write(bytes, 4, 0), 0);
+  EXPECT_NE(err.Take().find("members dataset is not one-dimensional in /sim/x"),
+            std::string::npos);
+  EXPECT_EQ(gbb_Group().OpenDataset("#simpleTypeMembers").Size(), 0);
+}
+
+}  // namespace
