@@ -197,8 +197,7 @@ class gbb_Holder {
   }
   ~gbb_Holder() { Close(); }
 
-  static gbb_Holder Open(gbb_Path parent, int index, const TRepository& repository,
-                         int traceFlag) {
+  static gbb_Holder Open(gbb_Path parent, int index, const TRepository& repository, int traceFlag) {
     return gbb_Holder(new TImpl(parent, index, repository, traceFlag));
   }
 

@@ -74,7 +74,9 @@ gbb_Repository gbb_Group::OpenRepository(const cow_String& name) const {
   return gbb_Repository(m_group.GroupOpen(name));
 }
 
-bool gbb_Group::Exists(const cow_String& name) const { return m_group.GetObjinfoExists(name); }
+bool gbb_Group::Exists(const cow_String& name) const {
+  return m_group.GetObjinfoExists(name);
+}
 
 void gbb_Group::WriteClassID(const gbb_ClassID& id) const {
   hdf_Attribute cls = m_group.AttributeOpen(kClassAttribute);
@@ -152,17 +154,16 @@ int gbb_Dataset::Size() const {
 
 int gbb_Dataset::Write(const void* bytes, int count, int64_t offset) const {
   if (count <= 0 || offset < 0 || !CheckShape("gbb_Dataset::Write")) return 0;
+  hdf_Dataset dataset = m_dataset;  // shares the open dataset
   hsize_t end = static_cast<hsize_t>(offset) + static_cast<hsize_t>(count);
-  if (m_dataset.Space().Dimensions()[0] < end && !m_dataset.Extend(hdf_DimensionList{end})) {
-    return 0;
-  }
-  hdf_Dataspace file = m_dataset.Space();
+  if (dataset.Space().Dimensions()[0] < end && !dataset.Extend(hdf_DimensionList{end})) return 0;
+  hdf_Dataspace file = dataset.Space();
   if (!file.SelectHyperslab(hdf_DimensionList{static_cast<hsize_t>(offset)},
                             hdf_DimensionList{static_cast<hsize_t>(count)})) {
     return 0;
   }
   hdf_Dataspace memory(hdf_DimensionList{static_cast<hsize_t>(count)});
-  return m_dataset.Write(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? count : 0;
+  return dataset.Write(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? count : 0;
 }
 
 int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {

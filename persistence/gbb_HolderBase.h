@@ -85,8 +85,9 @@ class gbb_HolderBase {
   gbb_Handle TraverseStep(gbb_TraverseContext& context, const char* holderName) {
     if ((m_flags & kOuterSupplied) != 0) {
       if (m_object == nullptr) {
-        aio_cerr.print("**ERROR ").print(holderName).print(
-            "::Traverse: called on an empty base holder\n");
+        aio_cerr.print("**ERROR ")
+            .print(holderName)
+            .print("::Traverse: called on an empty base holder\n");
         return gbb_Handle();
       }
       return m_object->Traverse(context);
@@ -105,8 +106,11 @@ class gbb_HolderBase {
   // "called on an empty holder" messages of Bind and SetPath.
   bool CheckNotEmpty(const char* holderName, const char* operation) const {
     if (m_object != nullptr) return true;
-    aio_cerr.print("**ERROR ").print(holderName).print("::").print(operation).print(
-        ": called on an empty holder\n");
+    aio_cerr.print("**ERROR ")
+        .print(holderName)
+        .print("::")
+        .print(operation)
+        .print(": called on an empty holder\n");
     return false;
   }
 

@@ -10,13 +10,17 @@ gbb_SchemaSnapshotImpl::gbb_SchemaSnapshotImpl() {}
 
 gbb_SchemaSnapshotImpl::~gbb_SchemaSnapshotImpl() {}
 
-void gbb_SchemaSnapshotImpl::Register(gbb_Class cls) { m_classes.Insert(cls.ClassID(), cls); }
+void gbb_SchemaSnapshotImpl::Register(gbb_Class cls) {
+  m_classes.Insert(cls.ClassID(), cls);
+}
 
 gbb_Class gbb_SchemaSnapshotImpl::GetClass(const gbb_ClassID& id) const {
   return m_classes.ConstGet(id);
 }
 
-int gbb_SchemaSnapshotImpl::Count() const { return m_classes.Count(); }
+int gbb_SchemaSnapshotImpl::Count() const {
+  return m_classes.Count();
+}
 
 gbb_SchemaSnapshot::gbb_SchemaSnapshot(const gbb_Handle& handle) : m_impl(nullptr) {
   if (handle.Class().IsA(StaticClass())) {

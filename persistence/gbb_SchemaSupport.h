@@ -38,7 +38,7 @@ DDB_API void gbb_ReportEmptyHandle(const char* qualifiedName);
 // What an operation on an empty handle answers after its message.
 template <class T>
 const T& gbb_EmptyValue() {
-  static const T value;
+  static const T value = T();
   return value;
 }
 

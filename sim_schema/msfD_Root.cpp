@@ -25,7 +25,9 @@ namespace {
 
 const char* const kOperation[] = {"createSim", "openSim", "openSimReadOnly"};
 
-bool IsSet(const gbb_String& s) { return s.HasBuffer() && s.length() > 0; }
+bool IsSet(const gbb_String& s) {
+  return s.HasBuffer() && s.length() > 0;
+}
 
 // Removes the first entry (in key order) whose value is `sim`.
 void RemoveValue(omi_Btree<gbb_String, msfD_Sim>& table, const msfD_Sim& sim) {
@@ -82,10 +84,9 @@ msfD_Sim msfD_Root::Open(Mode mode, const gbb_String& file, const gbb_String& al
       mode == kCreate
           ? QELSimManager::CreateContext(file.c_str(), static_cast<hdf_File::CreateFlags>(0), 102,
                                          false, serviceOption)
-          : QELSimManager::OpenContext(
-                file.c_str(),
-                mode == kReadOnly ? hdf_File::ReadOnly : hdf_File::ReadWrite, 102, false,
-                serviceOption);
+          : QELSimManager::OpenContext(file.c_str(),
+                                       mode == kReadOnly ? hdf_File::ReadOnly : hdf_File::ReadWrite,
+                                       102, false, serviceOption);
   // The service has said why when it failed; nothing is recorded.
   if (context.Number() == -1) return msfD_Sim();
 
@@ -130,9 +131,13 @@ void msfD_Root::closeSim(msfD_Sim sim) {
   for (int i = index; i < m_sims.count(); ++i) m_sims[i].SetPath(this, i);
 }
 
-msfD_Sim msfD_Root::getByAlias(gbb_String alias) { return m_aliases.ConstGet(alias); }
+msfD_Sim msfD_Root::getByAlias(gbb_String alias) {
+  return m_aliases.ConstGet(alias);
+}
 
-msfD_Sim msfD_Root::get(int i) { return i >= 0 && i < m_sims.count() ? m_sims[i].Get() : msfD_Sim(); }
+msfD_Sim msfD_Root::get(int i) {
+  return i >= 0 && i < m_sims.count() ? m_sims[i].Get() : msfD_Sim();
+}
 
 gbb_Handle msfD_Root::Traverse(gbb_TraverseContext& context) {
   if (context.Advance()) {

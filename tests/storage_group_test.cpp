@@ -183,10 +183,13 @@ TEST_F(StorageGroups, TamperedClassAttributesGiveAnEmptyIdentifier) {
     bool empty;
   } cases[] = {
       {"missing", [](hid_t g) { H5Adelete(g, "class"); }, true},
-      {"longer than 80",
-       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {100}); }, true},
+      {"longer than 80", [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {100}); },
+       true},
       {"two-dimensional",
-       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80, 2}); }, true},
+       [](hid_t g) {
+         ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80, 2});
+       },
+       true},
       {"a string type",
        [](hid_t g) {
          hid_t t = H5Tcopy(H5T_C_S1);
@@ -195,8 +198,8 @@ TEST_F(StorageGroups, TamperedClassAttributesGiveAnEmptyIdentifier) {
          H5Tclose(t);
        },
        true},
-      {"not terminated",
-       [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80}); }, false},
+      {"not terminated", [](hid_t g) { ReplaceAttribute(g, "class", H5T_NATIVE_UCHAR, {80}); },
+       false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -218,7 +221,10 @@ TEST_F(StorageGroups, TamperedSizeAttributesCountAsEmptyWithAMessage) {
     void (*edit)(hid_t);
     const char* message;
   } cases[] = {
-      {"wrong shape", [](hid_t g) { ReplaceAttribute(g, "#size", H5T_NATIVE_INT, {2, 1}); },
+      {"wrong shape",
+       [](hid_t g) {
+         ReplaceAttribute(g, "#size", H5T_NATIVE_INT, {2, 1});
+       },
        "**ERROR gbb_Repository::ReadSize: \"#size\" does not hold one integer in /sim/x\n"},
       {"negative",
        [](hid_t g) {
@@ -266,8 +272,7 @@ TEST_F(StorageGroups, DatasetsOfAnotherShapeAreRefusedWithAMessage) {
   EXPECT_EQ(data.Size(), 0);
   EXPECT_EQ(data.Read(bytes, 64, 0), 0);
   EXPECT_EQ(data.Write(bytes, 4, 0), 0);
-  EXPECT_NE(err.Take().find("members dataset is not one-dimensional in /sim/x"),
-            std::string::npos);
+  EXPECT_NE(err.Take().find("members dataset is not one-dimensional in /sim/x"), std::string::npos);
   EXPECT_EQ(gbb_Group().OpenDataset("#simpleTypeMembers").Size(), 0);
 }
 

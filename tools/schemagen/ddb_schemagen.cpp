@@ -146,12 +146,15 @@ Table Parse(const std::string& path) {
   std::sort(names.begin(), names.end());
   if (std::adjacent_find(names.begin(), names.end()) != names.end()) Fail(path, "duplicate member");
   for (Member& m : t.members) {
-    m.index = static_cast<int>(std::lower_bound(names.begin(), names.end(), m.name) - names.begin());
+    m.index =
+        static_cast<int>(std::lower_bound(names.begin(), names.end(), m.name) - names.begin());
   }
   return t;
 }
 
-bool IsMap(const std::string& type) { return type.rfind("ada_Map", 0) == 0; }
+bool IsMap(const std::string& type) {
+  return type.rfind("ada_Map", 0) == 0;
+}
 
 // How a simple member's value is passed and returned.
 std::string GetterType(const Member& m) {
@@ -196,6 +199,9 @@ class Generator {
       if (m->kind == "array") {
         o << "typedef gbb_Array<" << m->type << ", " << m->type << "Holder, gbb_Repository, " << X
           << "> " << ArrayType(*m) << ";\n";
+        // One instantiation, in the library, so that the array's class is one object.
+        o << "extern template class DDB_API gbb_Array<" << m->type << ", " << m->type
+          << "Holder, gbb_Repository, " << X << ">;\n";
       }
     }
     o << "\n";
@@ -205,12 +211,6 @@ class Generator {
     HolderDecl(o);
     if (!simple_.empty()) AccessDecl(o);
     ImplDecl(o);
-    for (const Member* m : selectable_) {
-      if (m->kind != "array") continue;
-      std::string e = m->type;
-      o << "extern template class DDB_API gbb_Array<" << e << ", " << e
-        << "Holder, gbb_Repository, " << X << ">;\n";
-    }
     o << "\n#endif  // " << guard << "\n";
     return o.str();
   }
@@ -329,7 +329,8 @@ class Generator {
     for (const Member* m : selectable_) {
       if (m->kind == "subobject") {
         o << "  " << m->type << " " << m->name << "() const;\n";
-        o << "  " << m->type << " " << Capital(m->name) << "(" << m->type << "Holder holder) const;\n";
+        o << "  " << m->type << " " << Capital(m->name) << "(" << m->type
+          << "Holder holder) const;\n";
       } else if (m->kind == "array") {
         o << "  " << ArrayType(*m) << " " << m->name << "() const;\n";
       } else {
@@ -340,8 +341,8 @@ class Generator {
     o << "\n private:\n";
     if (!t_.root) o << "  gbb_Path Path() const;\n";
     o << "  explicit " << X << "(" << X << "Impl* impl);\n";
-    o << "  friend class " << X << "Access;\n  friend class " << X << "Holder;\n  friend class " << X
-      << "Impl;\n";
+    o << "  friend class " << X << "Access;\n  friend class " << X << "Holder;\n  friend class "
+      << X << "Impl;\n";
     o << "  " << X << "Impl* " << ptr_ << ";\n};\n\n";
   }
 
@@ -353,11 +354,13 @@ class Generator {
     o << "  " << H << "() {}\n";
     o << "  " << H << "(" << X << "HolderMoveSrc source) { Adopt(source); }  // NOLINT\n";
     o << "  // Ownership moves out of `other`, which is left empty.\n";
-    o << "  " << H << "(" << H << "& other) {\n    " << X
+    o << "  " << H << "(" << H << "& other) : gbb_HolderBase<" << X << "Impl>() {\n    " << X
       << "HolderMoveSrc token = other.Release();\n    Adopt(token);\n  }\n";
-    o << "  " << H << "& operator=(" << X << "HolderMoveSrc source) {\n    Adopt(source);\n    return *this;\n  }\n";
+    o << "  " << H << "& operator=(" << X
+      << "HolderMoveSrc source) {\n    Adopt(source);\n    return *this;\n  }\n";
     o << "  " << H << "& operator=(" << H << "& other) {\n    if (this != &other) {\n      " << X
-      << "HolderMoveSrc token = other.Release();\n      Adopt(token);\n    }\n    return *this;\n  }\n";
+      << "HolderMoveSrc token = other.Release();\n      Adopt(token);\n    }\n    return *this;\n  "
+         "}\n";
     o << "  operator " << X << "HolderMoveSrc() { return Release(); }  // NOLINT\n\n";
     o << "  " << X << " Get() const;\n";
     if (t_.root) {
@@ -369,22 +372,30 @@ class Generator {
     }
     o << "  gbb_Handle Traverse(gbb_TraverseContext& context);\n";
     if (t_.root) {
-      o << "  static " << H << " Open(gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag);\n";
-      o << "  static " << H << " Open(" << X << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag);\n";
+      o << "  static " << H
+        << " Open(gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int "
+           "traceFlag);\n";
+      o << "  static " << H << " Open(" << X
+        << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& "
+           "group, int traceFlag);\n";
     } else {
-      o << "  static " << H << " Open(gbb_Path parent, int index, const gbb_Group& group, int traceFlag);\n";
-      o << "  static " << H << " Open(" << X << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag);\n";
+      o << "  static " << H
+        << " Open(gbb_Path parent, int index, const gbb_Group& group, int traceFlag);\n";
+      o << "  static " << H << " Open(" << X
+        << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int "
+           "traceFlag);\n";
     }
     if (derived_) {
       o << "  // The " << t_.base << " part (stored in \"#base\").\n";
       o << "  const " << t_.base << "Holder& FESystemSubobject() const;\n";
       o << "  // Moves the whole object out as a holder of its " << t_.base
-        << " part, for\n  // the mesh's systems array; closing that holder destroys the whole object.\n";
+        << " part, for\n  // the mesh's systems array; closing that holder destroys the whole "
+           "object.\n";
       o << "  " << t_.base << "HolderMoveSrc ReleaseAs" << t_.base.substr(t_.base.find('_') + 1)
         << "();\n";
     }
-    o << "\n private:\n  " << H << "(" << X << "Impl* object, unsigned flags) : gbb_HolderBase<" << X
-      << "Impl>(object, flags) {}\n";
+    o << "\n private:\n  " << H << "(" << X << "Impl* object, unsigned flags) : gbb_HolderBase<"
+      << X << "Impl>(object, flags) {}\n";
     o << "  friend class " << X << ";\n  friend class " << X << "Impl;\n};\n\n";
   }
 
@@ -403,10 +414,14 @@ class Generator {
     o << "class DDB_API " << I << " : public " << X << "Interface {\n public:\n";
     if (t_.root) {
       o << "  " << I << "(" << X << "Interface* outer, int traceFlag);\n";
-      o << "  " << I << "(" << X << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag);\n";
+      o << "  " << I << "(" << X
+        << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& "
+           "group, int traceFlag);\n";
     } else {
       o << "  " << I << "(" << X << "Interface* outer, " << NewParams() << "int traceFlag);\n";
-      o << "  " << I << "(" << X << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag);\n";
+      o << "  " << I << "(" << X
+        << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int "
+           "traceFlag);\n";
     }
     o << "  ~" << I << "() override;\n\n";
     if (t_.root) {
@@ -436,7 +451,8 @@ class Generator {
     for (const Member* m : selectable_) {
       if (m->kind == "subobject") {
         o << "  " << m->type << " " << m->name << "();\n";
-        o << "  " << m->type << " Set" << Capital(m->name) << "(" << m->type << "Holder& offered);\n";
+        o << "  " << m->type << " Set" << Capital(m->name) << "(" << m->type
+          << "Holder& offered);\n";
       } else if (m->kind == "array") {
         o << "  " << ArrayType(*m) << " " << m->name << "();\n";
       }
@@ -495,9 +511,11 @@ class Generator {
       o << "namespace {\n// The class's open function: an implementation on a stored group.\n";
       o << "gbb_ObjectInterface* Open" << X
         << "(gbb_Path parent, int index, const gbb_Group& group, int traceFlag) {\n";
-      o << "  return new " << X << "Impl(nullptr, parent, index, group, traceFlag);\n}\n}  // namespace\n\n";
+      o << "  return new " << X
+        << "Impl(nullptr, parent, index, group, traceFlag);\n}\n}  // namespace\n\n";
     }
-    o << "gbb_Class " << X << "Interface::StaticClass() {\n  static gbb_ClassDescriptor descriptor;\n";
+    o << "gbb_Class " << X
+      << "Interface::StaticClass() {\n  static gbb_ClassDescriptor descriptor;\n";
     o << "  return gbb_DescribeClass(descriptor, \"" << t_.id << "\", "
       << (derived_ ? "&" + t_.base + "Interface::StaticClass" : "nullptr") << ", "
       << (t_.root ? "nullptr" : "&Open" + X) << ");\n}\n\n";
@@ -534,17 +552,19 @@ class Generator {
       o << "  m_impl = object->Impl().m_impl;\n}\n\n";
     }
     o << C << "::operator gbb_Handle() const {\n";
-    o << "  if (" << ptr_ << " == nullptr || " << ptr_ << "->Interface() == nullptr) return gbb_Handle();\n";
+    o << "  if (" << ptr_ << " == nullptr || " << ptr_
+      << "->Interface() == nullptr) return gbb_Handle();\n";
     o << "  " << C << "Interface* outer = " << ptr_ << "->Interface();\n";
     o << "  return gbb_Handle(static_cast<gbb_ObjectInterface*>(outer), outer->Class());\n}\n\n";
-    o << "gbb_Path " << C << "::Path() const {\n" << Guard("Path", "gbb_Path()") << "  return "
-      << ptr_ << "->Path();\n}\n\n";
+    o << "gbb_Path " << C << "::Path() const {\n"
+      << Guard("Path", "gbb_Path()") << "  return " << ptr_ << "->Path();\n}\n\n";
     // New
     std::string H = C + "Holder";
     std::string args = NewArgs();
     o << H << " " << C << "::New(" << NewParams() << "int traceFlag) {\n";
     o << "  return " << H << "(new " << C << "Impl(nullptr, " << args << "traceFlag), 1);\n}\n\n";
-    o << H << " " << C << "::New(" << C << "Interface* outer, " << NewParams() << "int traceFlag) {\n";
+    o << H << " " << C << "::New(" << C << "Interface* outer, " << NewParams()
+      << "int traceFlag) {\n";
     o << "  return " << H << "(new " << C << "Impl(outer, " << args
       << "traceFlag), outer != nullptr ? 3 : 1);\n}\n\n";
     for (const Member* m : simple_) {
@@ -552,8 +572,8 @@ class Generator {
         << Guard(m->name, "gbb_EmptyValue<" + m->type + ">()") << "  return " << ptr_
         << "->Members()." << m->name << ";\n}\n\n";
       o << "void " << C << "::" << Capital(m->name) << "(" << SetterParam(*m) << ") const {\n";
-      o << "  if (" << ptr_ << " == nullptr) gbb_ReportEmptyHandle(\"" << C << "::" << Capital(m->name)
-        << "\");\n";
+      o << "  if (" << ptr_ << " == nullptr) gbb_ReportEmptyHandle(\"" << C
+        << "::" << Capital(m->name) << "\");\n";
       o << "  " << C << "Access access(*this);\n";
       if (IsMap(m->type) || m->type == "ada_string") {
         o << "  " << m->type << " copy(value);\n  access.members()." << m->name << ".swap(copy);\n";
@@ -565,8 +585,10 @@ class Generator {
     for (const Member* m : selectable_) {
       if (m->kind == "subobject") {
         o << m->type << " " << C << "::" << m->name << "() const {\n"
-          << Guard(m->name, m->type + "()") << "  return " << ptr_ << "->" << m->name << "();\n}\n\n";
-        o << m->type << " " << C << "::" << Capital(m->name) << "(" << m->type << "Holder holder) const {\n"
+          << Guard(m->name, m->type + "()") << "  return " << ptr_ << "->" << m->name
+          << "();\n}\n\n";
+        o << m->type << " " << C << "::" << Capital(m->name) << "(" << m->type
+          << "Holder holder) const {\n"
           << Guard(Capital(m->name), m->type + "()") << "  return " << ptr_ << "->Set"
           << Capital(m->name) << "(holder);\n}\n\n";
       } else if (m->kind == "array") {
@@ -574,11 +596,13 @@ class Generator {
           << Guard(m->name, ArrayType(*m) + "()") << "  return " << ptr_ << "->" << m->name
           << "();\n}\n\n";
       } else if (m->type == "gbb_DistributionService") {
-        o << m->type << " " << C << "::" << m->name << "() const {\n" << Guard(m->name, m->type + "()")
-          << "  return gbb_DistributionService(" << ptr_ << "->Context());\n}\n\n";
+        o << m->type << " " << C << "::" << m->name << "() const {\n"
+          << Guard(m->name, m->type + "()") << "  return gbb_DistributionService(" << ptr_
+          << "->Context());\n}\n\n";
       } else if (m->type == "gbb_SchemaSnapshot") {
-        o << m->type << " " << C << "::" << m->name << "() const {\n" << Guard(m->name, m->type + "()")
-          << "  return gbb_SchemaSnapshot(&" << ptr_ << "->Snapshot());\n}\n\n";
+        o << m->type << " " << C << "::" << m->name << "() const {\n"
+          << Guard(m->name, m->type + "()") << "  return gbb_SchemaSnapshot(&" << ptr_
+          << "->Snapshot());\n}\n\n";
       } else {
         Fail(t_.source, "unknown service type " + m->type);
       }
@@ -593,38 +617,52 @@ class Generator {
     } else {
       o << "  return m_object->Impl();\n}\n\n";
     }
-    std::string bindParams = t_.root ? "QELSimContextID context, const gbb_Group& group" : "const gbb_Group& group";
+    std::string bindParams =
+        t_.root ? "QELSimContextID context, const gbb_Group& group" : "const gbb_Group& group";
     std::string bindArgs = t_.root ? "context, group" : "group";
     std::string pathParams = t_.root ? "gbb_Root root, int index" : "gbb_Path parent, int index";
     std::string pathArgs = t_.root ? "root, index" : "parent, index";
     auto forward = [&](const char* op, const std::string& params, const std::string& args) {
       o << "void " << H << "::" << op << "(" << params << ") {\n";
       o << "  if (!CheckNotEmpty(\"" << H << "\", \"" << op << "\")) return;\n";
-      o << "  if ((m_flags & kOuterSupplied) != 0) {\n    m_object->" << X << "Impl::" << op << "(" << args
-        << ");\n  } else if (m_object->Interface() != nullptr) {\n    m_object->Interface()->" << op << "("
-        << args << ");\n  }\n}\n\n";
+      o << "  if ((m_flags & kOuterSupplied) != 0) {\n    m_object->" << X << "Impl::" << op << "("
+        << args
+        << ");\n  } else if (m_object->Interface() != nullptr) {\n    m_object->Interface()->" << op
+        << "(" << args << ");\n  }\n}\n\n";
     };
     forward("Bind", bindParams, bindArgs);
     forward("SetPath", pathParams, pathArgs);
-    o << "gbb_Handle " << H << "::Traverse(gbb_TraverseContext& context) {\n  return TraverseStep(context, \""
-      << H << "\");\n}\n\n";
+    o << "gbb_Handle " << H
+      << "::Traverse(gbb_TraverseContext& context) {\n  return TraverseStep(context, \"" << H
+      << "\");\n}\n\n";
     if (t_.root) {
-      o << H << " " << H << "::Open(gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag) {\n";
-      o << "  return " << H << "(new " << X << "Impl(nullptr, root, index, context, group, traceFlag), 1);\n}\n\n";
-      o << H << " " << H << "::Open(" << X << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag) {\n";
-      o << "  return " << H << "(new " << X << "Impl(outer, root, index, context, group, traceFlag), 3);\n}\n\n";
+      o << H << " " << H
+        << "::Open(gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int "
+           "traceFlag) {\n";
+      o << "  return " << H << "(new " << X
+        << "Impl(nullptr, root, index, context, group, traceFlag), 1);\n}\n\n";
+      o << H << " " << H << "::Open(" << X
+        << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& "
+           "group, int traceFlag) {\n";
+      o << "  return " << H << "(new " << X
+        << "Impl(outer, root, index, context, group, traceFlag), 3);\n}\n\n";
     } else {
-      o << H << " " << H << "::Open(gbb_Path parent, int index, const gbb_Group& group, int traceFlag) {\n";
+      o << H << " " << H
+        << "::Open(gbb_Path parent, int index, const gbb_Group& group, int traceFlag) {\n";
       o << "  bool failed = false;\n";
       o << "  gbb_ObjectInterface* object = gbb_OpenByClass(parent, index, group, traceFlag, " << X
         << "Interface::StaticClass(), \"" << H << "\", &failed);\n";
       o << "  if (failed) return " << H << "();\n";
       o << "  auto* outer = dynamic_cast<" << X << "Interface*>(object);\n";
-      o << "  if (outer == nullptr) {\n    delete object;\n    return " << H << "(nullptr, 1);\n  }\n";
+      o << "  if (outer == nullptr) {\n    delete object;\n    return " << H
+        << "(nullptr, 1);\n  }\n";
       o << "  return " << H << "(outer->" << (derived_ ? "DerivedImpl()." + ptr_ : "Impl().m_impl")
         << ", 1);\n}\n\n";
-      o << H << " " << H << "::Open(" << X << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag) {\n";
-      o << "  return " << H << "(new " << X << "Impl(outer, parent, index, group, traceFlag), 3);\n}\n\n";
+      o << H << " " << H << "::Open(" << X
+        << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag) "
+           "{\n";
+      o << "  return " << H << "(new " << X
+        << "Impl(outer, parent, index, group, traceFlag), 3);\n}\n\n";
     }
     if (derived_) {
       std::string B = t_.base;
@@ -644,11 +682,15 @@ class Generator {
   void AccessDef(std::ostringstream& o) {
     std::string A = X + "Access";
     std::string M = X + "Members";
-    o << A << "::" << A << "(" << X << " handle) : m_impl(handle." << ptr_ << "), m_members(nullptr) {}\n\n";
+    o << A << "::" << A << "(" << X << " handle) : m_impl(handle." << ptr_
+      << "), m_members(nullptr) {}\n\n";
     o << "namespace {\n// What an access without an object edits: a record no object reads.\n";
-    o << M << "& Scratch" << M << "() {\n  static " << M << " scratch;\n  return scratch;\n}\n}  // namespace\n\n";
-    o << A << "::~" << A << "() {\n  if (m_members == nullptr || m_members == &Scratch" << M << "()) return;\n";
-    o << "  if (m_impl != nullptr && m_impl->CachedMembers() == m_members) m_impl->SetCachedMembers(nullptr);\n";
+    o << M << "& Scratch" << M << "() {\n  static " << M
+      << " scratch;\n  return scratch;\n}\n}  // namespace\n\n";
+    o << A << "::~" << A << "() {\n  if (m_members == nullptr || m_members == &Scratch" << M
+      << "()) return;\n";
+    o << "  if (m_impl != nullptr && m_impl->CachedMembers() == m_members) "
+         "m_impl->SetCachedMembers(nullptr);\n";
     o << "  delete m_members;\n}\n\n";
     o << M << "& " << A << "::members() {\n";
     o << "  if (m_impl == nullptr) {\n    aio_cerr.print(\"**ERROR " << A
@@ -656,14 +698,20 @@ class Generator {
       << "();\n    return *m_members;\n  }\n";
     o << "  if (m_members != nullptr) return *m_members;\n";
     o << "  if (m_impl->IsConnected()) {\n    m_members = &m_impl->Members();\n";
-    o << "  } else if (m_impl->CachedMembers() != nullptr) {\n    m_members = m_impl->CopyMembers();\n";
-    o << "  } else {\n    m_members = m_impl->CreateMembers();\n    m_impl->SetCachedMembers(m_members);\n  }\n";
+    o << "  } else if (m_impl->CachedMembers() != nullptr) {\n    m_members = "
+         "m_impl->CopyMembers();\n";
+    o << "  } else {\n    m_members = m_impl->CreateMembers();\n    "
+         "m_impl->SetCachedMembers(m_members);\n  }\n";
     o << "  return *m_members;\n}\n\n";
     o << "void " << A << "::commit() {\n";
-    o << "  if (m_members != nullptr && m_impl != nullptr && m_members != &Scratch" << M << "()) {\n";
-    o << "    if (m_members != m_impl->CachedMembers()) {\n      delete m_impl->CachedMembers();\n      m_impl->SetCachedMembers(m_members);\n    }\n";
-    o << "    if (m_impl->IsConnected()) {\n      if (m_impl->TraceFlag() != 0) {\n        aio_cerr.print(\""
-      << X << "Impl::CommitMembers: saving " << M << "\\n\");\n      }\n      m_impl->SaveMembers();\n    }\n  }\n";
+    o << "  if (m_members != nullptr && m_impl != nullptr && m_members != &Scratch" << M
+      << "()) {\n";
+    o << "    if (m_members != m_impl->CachedMembers()) {\n      delete m_impl->CachedMembers();\n "
+         "     m_impl->SetCachedMembers(m_members);\n    }\n";
+    o << "    if (m_impl->IsConnected()) {\n      if (m_impl->TraceFlag() != 0) {\n        "
+         "aio_cerr.print(\""
+      << X << "Impl::CommitMembers: saving " << M
+      << "\\n\");\n      }\n      m_impl->SaveMembers();\n    }\n  }\n";
     o << "  m_members = nullptr;\n}\n\n";
   }
 
@@ -684,38 +732,56 @@ class Generator {
         for (const Member& m : baseRequired_) baseArgs += m.name + ", ";
         s += fresh ? ",\n      m_base(" + t_.base + "::New(m_outer, " + baseArgs + "traceFlag))"
                    : ",\n      m_base(" + t_.base +
-                         "Holder::Open(m_outer, parent, index, group.OpenGroup(\"#base\"), traceFlag))";
+                         "Holder::Open(m_outer, parent, index, group.OpenGroup(\"#base\"), "
+                         "traceFlag))";
       }
       for (const Member* m : selectable_) {
         if (m->kind == "subobject" && fresh) {
           s += ",\n      m_" + m->name + "(" + m->type + "HolderMoveSrc(nullptr, 1))";
         }
-        if (m->kind == "array" && fresh) s += ",\n      m_" + m->name + "(" + ArrayType(*m) + "::New(traceFlag))";
+        if (m->kind == "array" && fresh)
+          s += ",\n      m_" + m->name + "(" + ArrayType(*m) + "::New(traceFlag))";
       }
-      for (const Member* m : required_) s += ",\n      m_new_" + m->name + "(" + (fresh ? m->name : "") + ")";
+      for (const Member* m : required_)
+        s += ",\n      m_new_" + m->name + "(" + (fresh ? m->name : "") + ")";
       return s;
     };
     if (t_.root) {
-      o << I << "::" << I << "(" << X << "Interface* outer, int traceFlag)\n" << common
+      o << I << "::" << I << "(" << X << "Interface* outer, int traceFlag)\n"
+        << common
         << "      m_path(gbb_Path(), gbb_Root(), -1),\n      m_servicePath(),\n      m_context(),\n"
-        << "      m_trace(traceFlag),\n      m_connected(false)" << holders(true) << " {\n  RegisterClasses();\n}\n\n";
-      o << I << "::" << I << "(" << X << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& group, int traceFlag)\n"
-        << common << "      m_path(gbb_Path(), root, index),\n      m_servicePath(&m_path, gbb_Root(), 1),\n"
-        << "      m_context(context),\n      m_group(group),\n      m_trace(traceFlag),\n      m_connected(true)"
-        << holders(false) << " {\n  m_snapshot.PathRecord().Set(&m_path, gbb_Root(), 2);\n  RegisterClasses();\n}\n\n";
+        << "      m_trace(traceFlag),\n      m_connected(false)" << holders(true)
+        << " {\n  RegisterClasses();\n}\n\n";
+      o << I << "::" << I << "(" << X
+        << "Interface* outer, gbb_Root root, int index, QELSimContextID context, const gbb_Group& "
+           "group, int traceFlag)\n"
+        << common
+        << "      m_path(gbb_Path(), root, index),\n      m_servicePath(&m_path, gbb_Root(), 1),\n"
+        << "      m_context(context),\n      m_group(group),\n      m_trace(traceFlag),\n      "
+           "m_connected(true)"
+        << holders(false)
+        << " {\n  m_snapshot.PathRecord().Set(&m_path, gbb_Root(), 2);\n  "
+           "RegisterClasses();\n}\n\n";
       o << "void " << I << "::RegisterClasses() {\n";
-      for (const std::string& r : t_.registered) o << "  m_snapshot.Register(" << r << "Interface::StaticClass());\n";
+      for (const std::string& r : t_.registered)
+        o << "  m_snapshot.Register(" << r << "Interface::StaticClass());\n";
       o << "}\n\n";
     } else {
-      o << I << "::" << I << "(" << X << "Interface* outer, " << NewParams() << "int traceFlag)\n" << common
-        << "      m_path(gbb_Path(), gbb_Root(), -1),\n      m_trace(traceFlag),\n      m_connected(false)"
+      o << I << "::" << I << "(" << X << "Interface* outer, " << NewParams() << "int traceFlag)\n"
+        << common
+        << "      m_path(gbb_Path(), gbb_Root(), -1),\n      m_trace(traceFlag),\n      "
+           "m_connected(false)"
         << holders(true) << " {\n";
       for (const Member* m : selectable_) {
-        if (m->kind == "array") o << "  m_" << m->name << ".SetPath(&m_path, " << m->index << ");\n";
+        if (m->kind == "array")
+          o << "  m_" << m->name << ".SetPath(&m_path, " << m->index << ");\n";
       }
       o << "}\n\n";
-      o << I << "::" << I << "(" << X << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag)\n"
-        << common << "      m_path(parent, gbb_Root(), index),\n      m_group(group),\n      m_trace(traceFlag),\n      m_connected(true)"
+      o << I << "::" << I << "(" << X
+        << "Interface* outer, gbb_Path parent, int index, const gbb_Group& group, int traceFlag)\n"
+        << common
+        << "      m_path(parent, gbb_Root(), index),\n      m_group(group),\n      "
+           "m_trace(traceFlag),\n      m_connected(true)"
         << holders(false) << " {}\n\n";
     }
     // Destructor: sub-objects first, then the record; the group goes with the object.
@@ -754,7 +820,8 @@ class Generator {
     o << "  m_connected = true;\n}\n\n";
     // SetPath.
     if (t_.root) {
-      o << "void " << I << "::SetPath(gbb_Root root, int index) { m_path.Set(gbb_Path(), root, index); }\n\n";
+      o << "void " << I
+        << "::SetPath(gbb_Root root, int index) { m_path.Set(gbb_Path(), root, index); }\n\n";
     } else {
       o << "void " << I << "::SetPath(gbb_Path parent, int index) {\n";
       if (derived_) o << "  m_base.SetPath(parent, index);\n";
@@ -763,21 +830,26 @@ class Generator {
     // Traverse.
     o << "gbb_Handle " << I << "::Traverse(gbb_TraverseContext& context) {\n";
     if (!selectable_.empty()) {
-      o << "  const int kind = context.CurrentKind();\n  const int number = context.CurrentIndex();\n";
+      o << "  const int kind = context.CurrentKind();\n  const int number = "
+           "context.CurrentIndex();\n";
       o << "  const bool load = (context.Flags() & gbb_TraverseContext::kNoLoad) == 0;\n";
       o << "  (void)load;\n";
     }
     for (const Member* m : selectable_) {
       o << "  if ((kind == gbb_TraverseContext::kByNumber && number == " << m->index
-        << ") ||\n      (kind == gbb_TraverseContext::kByName && context.CurrentNameIs(\"" << m->name
-        << "\"))) {\n";
+        << ") ||\n      (kind == gbb_TraverseContext::kByName && context.CurrentNameIs(\""
+        << m->name << "\"))) {\n";
       if (m->kind == "subobject") {
         o << "    if (load) " << m->name << "();\n";
-        o << "    if (!m_" << m->name << ".IsResolved()) {\n      context.SetStatus(gbb_TraverseContext::kNotLoaded);\n      return gbb_Handle();\n    }\n";
+        o << "    if (!m_" << m->name
+          << ".IsResolved()) {\n      context.SetStatus(gbb_TraverseContext::kNotLoaded);\n      "
+             "return gbb_Handle();\n    }\n";
         o << "    return m_" << m->name << ".Traverse(context);\n  }\n";
       } else if (m->kind == "array") {
         o << "    if (load) " << m->name << "();\n";
-        o << "    if (m_" << m->name << ".IsEmpty()) {\n      context.SetStatus(gbb_TraverseContext::kNotLoaded);\n      return gbb_Handle();\n    }\n";
+        o << "    if (m_" << m->name
+          << ".IsEmpty()) {\n      context.SetStatus(gbb_TraverseContext::kNotLoaded);\n      "
+             "return gbb_Handle();\n    }\n";
         o << "    return m_" << m->name << ".Traverse(context);\n  }\n";
       } else if (m->type == "gbb_DistributionService") {
         o << "    return gbb_TraverseLeaf(context, gbb_DistributionService(m_context));\n  }\n";
@@ -786,9 +858,11 @@ class Generator {
       }
     }
     if (derived_) {
-      o << "  // Every other step belongs to the " << t_.base << " part.\n  return m_base.Traverse(context);\n}\n\n";
+      o << "  // Every other step belongs to the " << t_.base
+        << " part.\n  return m_base.Traverse(context);\n}\n\n";
     } else {
-      o << "  context.SetStatus(gbb_TraverseContext::kNothingThere);\n  return gbb_Handle();\n}\n\n";
+      o << "  context.SetStatus(gbb_TraverseContext::kNothingThere);\n  return "
+           "gbb_Handle();\n}\n\n";
     }
     o << "gbb_Class " << I << "::Class() { return " << X << "Interface::StaticClass(); }\n\n";
     if (derived_) {
@@ -799,11 +873,14 @@ class Generator {
     }
     // Value record.
     if (!simple_.empty()) {
-      o << M << "& " << I << "::Members() {\n  if (m_members == nullptr) m_members = m_connected ? LoadMembers() : CreateMembers();\n  return *m_members;\n}\n\n";
+      o << M << "& " << I
+        << "::Members() {\n  if (m_members == nullptr) m_members = m_connected ? LoadMembers() : "
+           "CreateMembers();\n  return *m_members;\n}\n\n";
       o << M << "* " << I << "::CreateMembers() {\n";
       Trace(o, I + "::CreateMembers: creating " + M);
       o << "  return new " << M << "(";
-      for (size_t i = 0; i < required_.size(); ++i) o << (i ? ", " : "") << "m_new_" << required_[i]->name;
+      for (size_t i = 0; i < required_.size(); ++i)
+        o << (i ? ", " : "") << "m_new_" << required_[i]->name;
       o << ");\n}\n\n";
       o << M << "* " << I << "::CopyMembers() {\n";
       Trace(o, I + "::CopyMembers: copying " + M);
@@ -813,14 +890,19 @@ class Generator {
       o << "  gbb_MembersBuffer bytes(gbb_FetchMembers(m_group));\n";
       o << "  " << M << "* members = new " << M << "();\n";
       o << "  gbb_MemoryStream stream(bytes, gbb_ResolveService(&m_path).Context());\n";
-      o << "  int status = gbb_ReadMemberRecords(stream, [&stream, members](int index) {\n    switch (index) {\n";
+      o << "  int status = gbb_ReadMemberRecords(stream, [&stream, members](int index) {\n    "
+           "switch (index) {\n";
       std::vector<const Member*> byIndex = simple_;
-      std::sort(byIndex.begin(), byIndex.end(), [](const Member* a, const Member* b) { return a->index < b->index; });
+      std::sort(byIndex.begin(), byIndex.end(),
+                [](const Member* a, const Member* b) { return a->index < b->index; });
       for (const Member* m : byIndex) {
-        o << "      case " << m->index << ":\n        gbb_ReadMemberValue(stream, members->" << m->name << ");\n        break;\n";
+        o << "      case " << m->index << ":\n        gbb_ReadMemberValue(stream, members->"
+          << m->name << ");\n        break;\n";
       }
-      o << "      default:\n        break;  // not a simple member of this class: nothing is read\n    }\n  });\n";
-      o << "  if (status != 0) gbb_ReportLoadError(\"" << I << "\", status);\n  return members;\n}\n\n";
+      o << "      default:\n        break;  // not a simple member of this class: nothing is "
+           "read\n    }\n  });\n";
+      o << "  if (status != 0) gbb_ReportLoadError(\"" << I
+        << "\", status);\n  return members;\n}\n\n";
       o << "void " << I << "::SaveMembers() {\n";
       o << "  gbb_MemoryStream stream(gbb_ResolveService(&m_path).Context());\n";
       o << "  const " << M << "& members = Members();\n";
@@ -828,7 +910,8 @@ class Generator {
         o << "  gbb_WriteMemberRecord(stream, " << m->index << ", members." << m->name << ");\n";
       }
       o << "  gbb_StoreMembers(m_group, stream, \"" << I << "\");\n}\n\n";
-      o << "void " << I << "::BindMembers() {\n  if (m_members == nullptr) m_members = CreateMembers();\n";
+      o << "void " << I
+        << "::BindMembers() {\n  if (m_members == nullptr) m_members = CreateMembers();\n";
       Trace(o, I + "::BindMembers: saving " + M);
       o << "  m_group.CreateDataset(kMembersDataset);\n  SaveMembers();\n}\n\n";
     }
@@ -836,17 +919,19 @@ class Generator {
     for (const Member* m : selectable_) {
       if (m->kind == "subobject") {
         o << m->type << " " << I << "::" << m->name << "() {\n";
-        o << "  gbb_LoadSubobject(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, " << m->index
-          << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
-        o << m->type << " " << I << "::Set" << Capital(m->name) << "(" << m->type << "Holder& offered) {\n";
+        o << "  gbb_LoadSubobject(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, "
+          << m->index << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
+        o << m->type << " " << I << "::Set" << Capital(m->name) << "(" << m->type
+          << "Holder& offered) {\n";
         o << "  gbb_SetSubobject(m_" << m->name << ", offered, m_connected, m_group, \"" << m->name
-          << "\", &m_path, " << m->index << ",\n                   \"**ERROR:" << I << "::" << Capital(m->name)
-          << ": already exists\\n\");\n";
-        o << "  " << m->type << " result = m_" << m->name << ".Get();\n  offered.Close();\n  return result;\n}\n\n";
+          << "\", &m_path, " << m->index << ",\n                   \"**ERROR:" << I
+          << "::" << Capital(m->name) << ": already exists\\n\");\n";
+        o << "  " << m->type << " result = m_" << m->name
+          << ".Get();\n  offered.Close();\n  return result;\n}\n\n";
       } else if (m->kind == "array") {
         o << ArrayType(*m) << " " << I << "::" << m->name << "() {\n";
-        o << "  gbb_LoadArray(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, " << m->index
-          << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
+        o << "  gbb_LoadArray(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, "
+          << m->index << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
       }
     }
   }
