@@ -1,0 +1,377 @@
+// The generated pattern, observed through the mesh, the discrete model and
+// the sim: messages, trace lines, lazy loading, the access's commit and
+// discard rules, sub-object setters, open by stored class, and the exact
+// bytes of the members dataset.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "fes/fes.h"
+#include "sim_schema/sim_schema.h"
+#include "support/capture.h"
+#include "support/h5_raw.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+class Pattern : public testing::Test {
+ protected:
+  // A database with a model and a mesh, closed again.
+  void MakeDatabase() {
+    msfD_Root root(0);
+    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+    int c = Context(sim);
+    msfD_DiscreteModel model = sim.DiscreteModel(
+        msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
+    model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 0));
+  }
+  static int Context(const msfD_Sim& sim) { return sim.distributionService().Context().Number(); }
+
+  ScratchDir dir;
+  std::string file = dir.File("p.sim");
+};
+
+TEST(EmptyHandles, EveryOperationReportsAndAnswersADefault) {
+  CaptureErr err;
+  msfD_Mesh mesh;
+  EXPECT_FALSE(mesh.nodes().IsValid());
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodes: called on an empty handle\n");
+  EXPECT_EQ(mesh.nodeSets().count(), 0);
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodeSets: called on an empty handle\n");
+  mesh.Nodes(QELSimCollectionID(1, 2));
+  EXPECT_EQ(err.Take(),
+            "**ERROR msfD_Mesh::Nodes: called on an empty handle\n"
+            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
+  mesh.NodeSets(ada_MapString<QELSimCSetID>());
+  EXPECT_EQ(err.Take(),
+            "**ERROR msfD_Mesh::NodeSets: called on an empty handle\n"
+            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
+  EXPECT_TRUE(!mesh.systems());
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::systems: called on an empty handle\n");
+  EXPECT_EQ(mesh.systems().count(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR msfD_Mesh::systems: called on an empty handle\n"
+            "**ERROR gbb_Array::count: called on an empty handle\n");
+  msfD_DiscreteModel model;
+  EXPECT_TRUE(!model.Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0)));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_DiscreteModel::Mesh: called on an empty handle\n");
+  EXPECT_TRUE(!model.mesh());
+  EXPECT_EQ(err.Take(), "**ERROR msfD_DiscreteModel::mesh: called on an empty handle\n");
+  msfD_Sim sim;
+  EXPECT_TRUE(sim.Path().IsEmpty());
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
+  EXPECT_FALSE(sim.distributionService().IsValid());
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::distributionService: called on an empty handle\n");
+  fesD_FESystem system;
+  EXPECT_STREQ(system.systemName().cStr(), "");
+  EXPECT_EQ(err.Take(), "**ERROR fesD_FESystem::systemName: called on an empty handle\n");
+  EXPECT_TRUE(gbb_Handle(mesh).IsEmpty());
+
+  msfD_MeshHolder holder;
+  holder.Bind(gbb_Group());
+  holder.SetPath(gbb_Path(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR msfD_MeshHolder::Bind: called on an empty holder\n"
+            "**ERROR msfD_MeshHolder::SetPath: called on an empty holder\n");
+  EXPECT_TRUE(!holder.Get());
+}
+
+TEST(Holders, TokensMoveOwnershipAndCloseDestroys) {
+  msfD_MeshHolder empty;
+  msfD_MeshHolderMoveSrc token = empty;
+  EXPECT_EQ(token.object, nullptr);
+  EXPECT_EQ(token.flags, 0u);
+  msfD_MeshHolder adopted(token);
+  EXPECT_TRUE(adopted.IsEmpty());
+
+  msfD_MeshHolder a = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);
+  EXPECT_EQ(a.Flags(), 1u);
+  msfD_MeshHolder b(a);  // ownership moves
+  EXPECT_TRUE(a.IsEmpty());
+  EXPECT_FALSE(!b.Get());
+  long long freesBefore = mem_GetStatistics().frees;
+  b = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);  // the first is destroyed
+  EXPECT_GT(mem_GetStatistics().frees, freesBefore);
+  b.Close();
+  EXPECT_TRUE(b.IsEmpty());
+  b.Close();  // nothing left
+}
+
+TEST(NewObjects, AnswerTheirRequiredValuesAndTraceTheirRecord) {
+  CaptureErr err;
+  msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(0, 5), QELSimCollectionID(0, 6), 1);
+  msfD_Mesh mesh = holder.Get();
+  EXPECT_EQ(mesh.nodes(), QELSimCollectionID(0, 5));
+  EXPECT_EQ(err.Take(), "msfD_MeshImpl::CreateMembers: creating msfD_MeshMembers\n");
+  EXPECT_EQ(mesh.elements(), QELSimCollectionID(0, 6));
+  EXPECT_FALSE(mesh.faces().IsValid());
+  EXPECT_FALSE(mesh.lagrangeNodes().IsValid());
+  EXPECT_EQ(mesh.systems().count(), 0);
+
+  // An access on an unconnected object with a cached record edits a copy:
+  // the getter sees the old value until commit.
+  {
+    msfD_MeshAccess access(mesh);
+    access.members().faces = QELSimCollectionID(0, 9);
+    EXPECT_EQ(err.Take(), "msfD_MeshImpl::CopyMembers: copying msfD_MeshMembers\n");
+    EXPECT_FALSE(mesh.faces().IsValid());
+    access.commit();
+  }
+  EXPECT_EQ(mesh.faces(), QELSimCollectionID(0, 9));
+  {
+    msfD_MeshAccess access(mesh);
+    access.members().faces = QELSimCollectionID(0, 10);
+  }  // dropped
+  EXPECT_EQ(mesh.faces(), QELSimCollectionID(0, 9));
+  EXPECT_EQ(err.Take(), "msfD_MeshImpl::CopyMembers: copying msfD_MeshMembers\n");
+}
+
+TEST_F(Pattern, ConnectedEditsAreStoredAndUncommittedOnesReloaded) {
+  MakeDatabase();
+  msfD_Root root(1);
+  CaptureErr err;
+  msfD_Sim sim = root.openSim(file.c_str(), "", 0);
+  EXPECT_EQ(err.Take(), "msfD_Root::openSim " + file + "\n");
+  msfD_DiscreteModel model = sim.discreteModel();
+  EXPECT_EQ(err.Take(), "");  // opened, but nothing read yet
+  EXPECT_EQ(model.vectors().CollectionMinor(), 1u);
+  EXPECT_EQ(err.Take(), "msfD_DiscreteModelImpl::LoadMembers: loading msfD_DiscreteModelMembers\n");
+  model.Frames(QELSimCollectionID(Context(sim), 7));
+  EXPECT_EQ(err.Take(),
+            "msfD_DiscreteModelImpl::CommitMembers: saving msfD_DiscreteModelMembers\n");
+  {
+    msfD_DiscreteModelAccess access(model);
+    access.members().frames = QELSimCollectionID(Context(sim), 8);
+    EXPECT_EQ(model.frames().CollectionMinor(), 8u);  // the cached record itself
+  }
+  EXPECT_EQ(model.frames().CollectionMinor(), 7u);  // dropped: reloaded from storage
+  EXPECT_EQ(err.Take(), "msfD_DiscreteModelImpl::LoadMembers: loading msfD_DiscreteModelMembers\n");
+  EXPECT_EQ(model.mesh().nodes().CollectionMinor(), 3u);
+  EXPECT_EQ(err.Take(), "msfD_MeshImpl::LoadMembers: loading msfD_MeshMembers\n");
+  msfD_DiscreteModelHolder again;
+  root.closeSim(sim);
+  EXPECT_EQ(err.Take(), "msfD_Root::closeSim\n");
+}
+
+TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  int c = Context(sim);
+  CaptureErr err;
+  msfD_DiscreteModelHolder model =
+      msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 1);
+  model.Get().Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 1));
+  EXPECT_EQ(err.Take(), "");
+  msfD_DiscreteModel bound = sim.DiscreteModel(model);
+  EXPECT_TRUE(model.IsEmpty());
+  EXPECT_EQ(err.Take(),
+            "msfD_DiscreteModelImpl::Bind\n"
+            "msfD_DiscreteModelImpl::CreateMembers: creating msfD_DiscreteModelMembers\n"
+            "msfD_DiscreteModelImpl::BindMembers: saving msfD_DiscreteModelMembers\n"
+            "msfD_MeshImpl::Bind\n"
+            "msfD_MeshImpl::CreateMembers: creating msfD_MeshMembers\n"
+            "msfD_MeshImpl::BindMembers: saving msfD_MeshMembers\n"
+            "gbb_ArrayImpl::Bind\n");
+  EXPECT_EQ(RawChildren(file, "/sim"), std::vector<std::string>{"discreteModel"});
+  EXPECT_EQ(RawChildren(file, "/sim/discreteModel"),
+            (std::vector<std::string>{"#simpleTypeMembers", "mesh"}));
+  EXPECT_EQ(RawChildren(file, "/sim/discreteModel/mesh"),
+            (std::vector<std::string>{"#simpleTypeMembers", "systems"}));
+  EXPECT_EQ(RawClass(file, "/sim"), "com.trevolo.Sim");
+  EXPECT_EQ(RawClass(file, "/sim/discreteModel/mesh"), "com.trevolo.Mesh");
+
+  // A second model is refused and destroyed; the first stays.
+  msfD_DiscreteModel second = sim.DiscreteModel(
+      msfD_DiscreteModel::New(QELSimCollectionID(c, 9), QELSimCollectionID(c, 9), 0));
+  EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
+  EXPECT_TRUE(second.IsSame(bound));
+  EXPECT_EQ(second.vectors().CollectionMinor(), 1u);
+}
+
+TEST_F(Pattern, MeshMembersAreStoredInDeclarationOrderWithSortedIndices) {
+  {
+    msfD_Root root(0);
+    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+    int c = Context(sim);
+    msfD_DiscreteModel model = sim.DiscreteModel(
+        msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
+    msfD_Mesh mesh =
+        model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 12), QELSimCollectionID(c, 2), 0));
+    ada_MapString<QELSimCSetID> sets;
+    sets.insert("b", QELSimCSetID(c, 12, 5));
+    sets.insert("a", QELSimCSetID(c, 12, 4));
+    mesh.NodeSets(sets);
+  }
+  Bytes body;
+  // (member, index, tag): declaration order with indices from the sorted names.
+  const int scalarIndex[] = {12, 2, 3, 6, 15};
+  const unsigned scalarMinor[] = {12, 2, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu};
+  for (int i = 0; i < 5; ++i) {
+    body.push_back(0x03);
+    PutInt(body, scalarIndex[i]);
+    body.push_back(0x08);
+    PutId(body, 1, scalarMinor[i]);
+  }
+  body.push_back(0x03);
+  PutInt(body, 7);  // lagrangeNodes
+  body.push_back(0x09);
+  PutId(body, 2, 0xFFFFFFFFu, 0xFFFFFFFFu);
+  body.push_back(0x03);
+  PutInt(body, 11);  // nodeSets, in key order
+  body.push_back(0x39);
+  PutInt(body, 2);
+  PutString(body, "a");
+  PutId(body, 2, 12, 4);
+  PutString(body, "b");
+  PutId(body, 2, 12, 5);
+  const int emptySetMaps[] = {1, 5, 14};
+  for (int index : emptySetMaps) {
+    body.push_back(0x03);
+    PutInt(body, index);
+    body.push_back(0x39);
+    PutInt(body, 0);
+  }
+  const int fieldMaps[] = {9, 17, 4, 10, 0, 16, 13, 8};
+  for (int index : fieldMaps) {
+    body.push_back(0x03);
+    PutInt(body, index);
+    body.push_back(0x3A);
+    PutInt(body, 0);
+  }
+  EXPECT_EQ(RawDatasetBytes(file, "/sim/discreteModel/mesh/#simpleTypeMembers"), Stream(body));
+}
+
+TEST_F(Pattern, RecordsLoadInAnyOrderAndAStrayIndexStopsTheLoad) {
+  MakeDatabase();
+  const std::string members = "/sim/discreteModel/mesh/#simpleTypeMembers";
+  Bytes body;
+  body.push_back(0x03);
+  PutInt(body, 15);  // regions first
+  body.push_back(0x08);
+  PutId(body, 1, 21);
+  body.push_back(0x03);
+  PutInt(body, 12);  // nodes twice: the later value wins
+  body.push_back(0x08);
+  PutId(body, 1, 30);
+  body.push_back(0x03);
+  PutInt(body, 12);
+  body.push_back(0x08);
+  PutId(body, 1, 31);
+  RawWriteDataset(file, members, Stream(body));
+  {
+    msfD_Root root(0);
+    CaptureErr err;
+    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
+    EXPECT_EQ(mesh.regions().CollectionMinor(), 21u);
+    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);
+    EXPECT_FALSE(mesh.elements().IsValid());  // its record is missing
+    EXPECT_EQ(err.Take(), "");
+  }
+  const Bytes valid = body;
+  body.push_back(0x03);
+  PutInt(body, 18);  // systems is not a stream member: nothing is read for it
+  body.push_back(0x08);
+  PutId(body, 1, 5);
+  RawWriteDataset(file, members, Stream(body));
+  {
+    msfD_Root root(0);
+    CaptureErr err;
+    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
+    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);  // read before the stray record
+    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 1 loading class data\n");
+  }
+  Bytes cut = Stream(valid);
+  cut.resize(cut.size() - 3);
+  cut[0] = static_cast<unsigned char>(cut.size());  // a header that matches, a record cut short
+  RawWriteDataset(file, members, cut);
+  {
+    msfD_Root root(0);
+    CaptureErr err;
+    root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh().nodes();
+    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n");
+  }
+}
+
+TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
+  MakeDatabase();
+  struct Case {
+    const char* id;
+    const char* message;
+  } cases[] = {
+      {"com.trevolo.DiscreteModel",
+       "**ERROR msfD_MeshHolder::Open: unrelated class com.trevolo.DiscreteModel\n"},
+      {"com.trevolo.Sim",
+       "**ERROR msfD_MeshHolder::Open: class com.trevolo.Sim is not registered\n"},
+      {"com.example.Unknown",
+       "**ERROR msfD_MeshHolder::Open: class com.example.Unknown is not registered\n"},
+      {"", "**ERROR msfD_MeshHolder::Open: class  is not registered\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.id);
+    RawWriteClass(file, "/sim/discreteModel/mesh", c.id);
+    msfD_Root root(0);
+    CaptureErr err;
+    msfD_DiscreteModel model = root.openSimReadOnly(file.c_str(), "", 0).discreteModel();
+    EXPECT_TRUE(!model.mesh());
+    EXPECT_TRUE(!model.mesh());  // the member stays unresolved: tried again
+    EXPECT_EQ(err.Take(), std::string(c.message) + c.message);
+  }
+}
+
+TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
+  MakeDatabase();
+  msfD_Root root(0);
+  msfD_Sim other = root.createSim(dir.File("other.sim").c_str(), "other", 0);
+  msfD_Sim sim = root.openSim(file.c_str(), "main", 0);
+  ASSERT_EQ(sim.Path().Index(), 1);
+  msfD_Mesh mesh = sim.discreteModel().mesh();
+  struct Case {
+    const char* text;
+    bool mesh;
+  } cases[] = {
+      {"#/:0/:6", true},
+      {"#/discreteModel/mesh", true},
+      {"alias:main#/discreteModel/mesh", true},
+      {"#/discreteModel/./x/../mesh", true},
+      {"#/:0/:7", false},
+      {"alias:nobody#/discreteModel", false},
+      {"#/mesh", false},
+      {"#/discreteModel:3/mesh", false},
+  };
+  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 1);  // a place inside sim 1
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    gbb_SimpleLink link(&top, c.text);
+    msfD_Mesh found(link.Get(0));
+    EXPECT_EQ(!found, !c.mesh);
+    if (c.mesh) {
+      EXPECT_TRUE(found.IsSame(mesh));
+    }
+  }
+  gbb_SimpleLink service(&top, "#/distributionService");
+  EXPECT_EQ(gbb_DistributionService(service.Get(0)).Context(), sim.distributionService().Context());
+  gbb_SimpleLink past(&top, "#/distributionService/x");
+  EXPECT_TRUE(past.Get(0).IsEmpty());
+  EXPECT_EQ(past.Stale(), 3);
+  gbb_SimpleLink snapshot(&top, "#/schemaSnapshot");
+  gbb_SchemaSnapshot s(snapshot.Get(0));
+  ASSERT_FALSE(!s);
+  EXPECT_EQ(s.Impl()->Count(), 8);
+  EXPECT_EQ(s.GetClass(gbb_ClassID("com.trevolo.Mesh")), msfD_MeshInterface::StaticClass());
+  EXPECT_TRUE(s.GetClass(gbb_ClassID("com.trevolo.Sim")).IsNull());
+  (void)other;
+}
+
+TEST_F(Pattern, ReadsBeforeWritingAreNotLoadedByNoLoadResolutions) {
+  MakeDatabase();
+  msfD_Root root(0);
+  ASSERT_FALSE(!root.openSimReadOnly(file.c_str(), "", 0));
+  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 0);
+  gbb_SimpleLink link(&top, "#/discreteModel/mesh");
+  EXPECT_TRUE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());
+  EXPECT_EQ(link.Stale(), 4);
+  EXPECT_FALSE(link.Get(0).IsEmpty());
+  EXPECT_FALSE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());  // now in memory
+}
+
+}  // namespace
