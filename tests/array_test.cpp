@@ -1,0 +1,154 @@
+// Persistent arrays, through the mesh's FE systems: appending before and
+// after binding, "#size", element groups, lazy loading, messages.
+#include <gtest/gtest.h>
+
+#include <hdf5.h>
+
+#include <string>
+
+#include "fes/fes.h"
+#include "sim_schema/sim_schema.h"
+#include "support/capture.h"
+#include "support/h5_raw.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+fesD_FESystemHolder NewSystem(const char* name) {
+  return fesD_FESystem::New(name, QELSimDistributionID(), QELSimDistributionID(), 0);
+}
+
+class Arrays : public testing::Test {
+ protected:
+  ScratchDir dir;
+  std::string file = dir.File("a.sim");
+  std::string systems = "/sim/discreteModel/mesh/systems";
+};
+
+int RawSize(const std::string& file, const std::string& group) {
+  Bytes none;
+  (void)none;
+  hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  hid_t o = H5Oopen(f, group.c_str(), H5P_DEFAULT);
+  hid_t a = H5Aopen(o, "#size", H5P_DEFAULT);
+  int n = -99;
+  H5Aread(a, H5T_NATIVE_INT, &n);
+  H5Aclose(a);
+  H5Oclose(o);
+  H5Fclose(f);
+  return n;
+}
+
+TEST_F(Arrays, UnconnectedElementsAreWrittenWhenTheOwnerIsBound) {
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  msfD_DiscreteModel model =
+      sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);
+  msfD_Mesh mesh = holder.Get();
+  fesD_FESystemHolder a = NewSystem("a");
+  fesD_FESystem first = mesh.systems().add(a);
+  EXPECT_TRUE(a.IsEmpty());  // taken over
+  a.Close();                 // closing the emptied holder destroys nothing
+  EXPECT_STREQ(first.systemName().cStr(), "a");
+  mesh.systems().add(NewSystem("b"));
+  model.Mesh(holder);
+  EXPECT_EQ(RawSize(file, systems), 2);
+  EXPECT_EQ(RawChildren(file, systems), (std::vector<std::string>{"0", "1"}));
+  EXPECT_EQ(RawClass(file, systems + "/1"), "com.trevolo.FESystem");
+
+  // Appending to a connected array writes at once.
+  fesD_FESystem third = mesh.systems().add(NewSystem("c"));
+  EXPECT_EQ(RawSize(file, systems), 3);
+  EXPECT_EQ(RawChildren(file, systems), (std::vector<std::string>{"0", "1", "2"}));
+  EXPECT_TRUE(mesh.systems().get(2).IsSame(third));
+}
+
+TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
+  {
+    msfD_Root root(0);
+    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+    msfD_Mesh mesh =
+        sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
+            .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+    EXPECT_EQ(mesh.systems().count(), 0);
+    for (const char* n : {"s0", "s1", "s2"}) mesh.systems().add(NewSystem(n));
+  }
+  msfD_Root root(1);
+  msfD_Sim sim = root.openSimReadOnly(file.c_str(), "", 0);
+  CaptureErr err;
+  auto systems = sim.discreteModel().mesh().systems();
+  EXPECT_EQ(systems.count(), 3);
+  EXPECT_FALSE(systems.GetImpl()->IsLoaded(1));
+  err.Take();
+  fesD_FESystem s1 = systems.get(1);
+  EXPECT_TRUE(systems.GetImpl()->IsLoaded(1));
+  EXPECT_FALSE(systems.GetImpl()->IsLoaded(0));
+  EXPECT_TRUE(systems.get(1).IsSame(s1));  // opened once
+  EXPECT_STREQ(s1.systemName().cStr(), "s1");
+  EXPECT_EQ(err.Take(), "fesD_FESystemImpl::LoadMembers: loading fesD_FESystemMembers\n");
+
+  // Out of range: the message, then an empty handle.
+  EXPECT_TRUE(!systems.get(3));
+  EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::get: index out of range: 3, length = 3\n");
+  EXPECT_TRUE(!systems.get(-1));
+  EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::get: index out of range: -1, length = 3\n");
+
+  // Paths into the array: by number only, loading unless told not to.
+  gbb_PathImpl place(gbb_Path(), gbb_Root(&root), 0);
+  gbb_SimpleLink byNumber(&place, "#/discreteModel/mesh/systems/:2");
+  gbb_SimpleLink notLoaded(&place, "#/discreteModel/mesh/systems/:0");
+  gbb_SimpleLink byName(&place, "#/discreteModel/mesh/systems/s1");
+  gbb_SimpleLink beyond(&place, "#/discreteModel/mesh/systems/:3");
+  gbb_SimpleLink itself(&place, "#/discreteModel/mesh/:18");
+  EXPECT_TRUE(notLoaded.Get(gbb_TraverseContext::kNoLoad).IsEmpty());
+  EXPECT_EQ(notLoaded.Stale(), 4);
+  EXPECT_STREQ(fesD_FESystem(byNumber.Get(0)).systemName().cStr(), "s2");
+  EXPECT_TRUE(byName.Get(0).IsEmpty());
+  EXPECT_EQ(byName.Stale(), 3);
+  EXPECT_TRUE(beyond.Get(0).IsEmpty());
+  EXPECT_EQ(beyond.Stale(), 3);
+  decltype(systems) same(itself.Get(0));
+  EXPECT_EQ(same.GetImpl(), systems.GetImpl());
+  err.Take();
+}
+
+TEST(ArraysInMemory, MessagesOfMisuse) {
+  CaptureErr err;
+  msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);
+  auto systems = holder.Get().systems();
+  fesD_FESystemHolder none;
+  EXPECT_TRUE(!systems.add(none));
+  EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n");
+  EXPECT_EQ(systems.count(), 1);  // an empty slot was appended
+  EXPECT_TRUE(!systems.get(0));
+  // The handle conversions keep the instantiation: a mesh's array is not a
+  // modal system's event array, although both identifiers are empty.
+  gbb_Handle h = systems;
+  EXPECT_EQ(decltype(systems)(h).GetImpl(), systems.GetImpl());
+  EXPECT_TRUE(!fesD_ModalSystem_EventsArray(h));
+  EXPECT_TRUE(!decltype(systems)(gbb_Handle()));
+  gbb_Holder<decltype(systems), decltype(systems)::Impl, gbb_Repository> emptyArray;
+  emptyArray.Bind(gbb_Repository());
+  emptyArray.SetPath(gbb_Path(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR gbb_Holder::Bind: called on an empty holder\n"
+            "**ERROR gbb_Holder::SetPath: called on an empty holder\n");
+  EXPECT_TRUE(!decltype(systems)().add(NewSystem("x")));
+  EXPECT_EQ(err.Take(), "**ERROR gbb_Array::add: called on an empty handle\n");
+  EXPECT_TRUE(!decltype(systems)().get(0));
+  EXPECT_EQ(err.Take(), "**ERROR gbb_Array::get: called on an empty handle\n");
+}
+
+TEST_F(Arrays, BindingAConnectedArrayIsRefused) {
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  msfD_Mesh mesh =
+      sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
+          .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  CaptureErr err;
+  mesh.systems().GetImpl()->Bind(gbb_Repository());
+  EXPECT_EQ(err.Take(), "** ERROR gbb_ArrayImpl::Bind: called for a connected object\n");
+}
+
+}  // namespace
