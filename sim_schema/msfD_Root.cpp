@@ -5,6 +5,7 @@
 #include "persistence/gbb_TraverseContext.h"
 #include "platform/QELSimManager.h"
 #include "platform/aio_ostream.h"
+#include "platform/mem.h"
 
 // The tables' keys compare byte by byte as unsigned characters; a string
 // without a buffer compares as the empty string.
@@ -45,8 +46,13 @@ void RemoveValue(omi_Btree<gbb_String, msfD_Sim>& table, const msfD_Sim& sim) {
 
 msfD_Root::msfD_Root(int traceFlag) : m_trace(traceFlag), m_sims(0) {}
 
-// Members go in reverse order: the sims (last first), the file table, the alias table.
-msfD_Root::~msfD_Root() {}
+// The sims close last first, then the file table and the alias table go (in
+// reverse order of the members).
+msfD_Root::~msfD_Root() {
+  m_sims.truncate(m_sims.count());
+  // Room left by sims that were all closed is not released by the array itself.
+  if (m_sims.capacity() > 0) mem_Free(m_sims.data());
+}
 
 msfD_Sim msfD_Root::createSim(gbb_String file, gbb_String alias, int option) {
   return Open(kCreate, file, alias, option);

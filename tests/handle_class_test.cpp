@@ -6,6 +6,7 @@
 
 #include "persistence/gbb_Class.h"
 #include "persistence/gbb_DistributionService.h"
+#include "persistence/gbb_Group.h"
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_Link.h"
 #include "persistence/gbb_TraverseContext.h"
@@ -63,12 +64,12 @@ TEST(Class, IsAFollowsTheBaseChainByIdentity) {
 
 TEST(Class, OpenReportsNullAndAbstractClasses) {
   CaptureErr err;
-  gbb_Group* noGroup = nullptr;
-  EXPECT_EQ(gbb_Class().Open(gbb_Path(), 0, *noGroup, 0), nullptr);
+  gbb_Group noGroup;
+  EXPECT_EQ(gbb_Class().Open(gbb_Path(), 0, noGroup, 0), nullptr);
   EXPECT_EQ(err.Take(), "**ERROR: gbb_Class::Open: called on an uninitialized class handle\n");
-  EXPECT_EQ(BaseClass().Open(gbb_Path(), 0, *noGroup, 0), nullptr);
+  EXPECT_EQ(BaseClass().Open(gbb_Path(), 0, noGroup, 0), nullptr);
   EXPECT_EQ(err.Take(), "**ERROR: gbb_Class::Open: called on an abstract class\n");
-  EXPECT_EQ(OtherClass().Open(gbb_Path(), 5, *noGroup, 0), nullptr);
+  EXPECT_EQ(OtherClass().Open(gbb_Path(), 5, noGroup, 0), nullptr);
   EXPECT_EQ(g_opened, 5);
   EXPECT_EQ(err.Take(), "");
 }
