@@ -157,12 +157,8 @@ int gbb_Dataset::Write(const void* bytes, int count, int64_t offset) const {
   hdf_Dataset dataset = m_dataset;  // shares the open dataset
   hsize_t end = static_cast<hsize_t>(offset) + static_cast<hsize_t>(count);
   if (dataset.Space().Dimensions()[0] < end && !dataset.Extend(hdf_DimensionList{end})) return 0;
-  hdf_Dataspace file = dataset.Space();
-  if (!file.SelectHyperslab(hdf_DimensionList{static_cast<hsize_t>(offset)},
-                            hdf_DimensionList{static_cast<hsize_t>(count)})) {
-    return 0;
-  }
-  hdf_Dataspace memory(hdf_DimensionList{static_cast<hsize_t>(count)});
+  hdf_Dataspace file, memory;
+  if (!Select(offset, count, &file, &memory)) return 0;
   return dataset.Write(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? count : 0;
 }
 
@@ -171,11 +167,18 @@ int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {
   int64_t available = static_cast<int64_t>(Size()) - offset;
   if (available <= 0) return 0;
   int n = available < count ? static_cast<int>(available) : count;
-  hdf_Dataspace file = m_dataset.Space();
-  if (!file.SelectHyperslab(hdf_DimensionList{static_cast<hsize_t>(offset)},
-                            hdf_DimensionList{static_cast<hsize_t>(n)})) {
-    return 0;
-  }
-  hdf_Dataspace memory(hdf_DimensionList{static_cast<hsize_t>(n)});
+  hdf_Dataspace file, memory;
+  if (!Select(offset, n, &file, &memory)) return 0;
   return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? n : 0;
+}
+
+bool gbb_Dataset::Select(int64_t offset, int count, hdf_Dataspace* file,
+                         hdf_Dataspace* memory) const {
+  *file = m_dataset.Space();
+  if (!file->SelectHyperslab(hdf_DimensionList{static_cast<hsize_t>(offset)},
+                             hdf_DimensionList{static_cast<hsize_t>(count)})) {
+    return false;
+  }
+  *memory = hdf_Dataspace(hdf_DimensionList{static_cast<hsize_t>(count)});
+  return true;
 }

@@ -21,6 +21,7 @@
 #include "platform/cow_String.h"
 #include "platform/ddb_export.h"
 #include "platform/hdf_Dataset.h"
+#include "platform/hdf_Dataspace.h"
 #include "platform/hdf_Group.h"
 
 class gbb_Dataset;
@@ -91,6 +92,8 @@ class DDB_API gbb_Dataset {
  private:
   // The dataset is one-dimensional; otherwise a message and false.
   bool CheckShape(const char* operation) const;
+  // The file selection of `count` bytes at `offset` and the matching memory space.
+  bool Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory) const;
 
   gbb_Group m_group;
   hdf_Dataset m_dataset;
