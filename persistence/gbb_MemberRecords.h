@@ -59,7 +59,7 @@ struct gbb_MemberType<QELSimDistributionID>
 // one with the map's insert, so a map that occurs twice in a stream gets the
 // entries of both records. A count that the remaining bytes cannot hold is
 // an overrun before anything is allocated.
-template <class Map, class Iterator, class Key, class Value, gbb_MemoryStream::Shape S>
+template <class Map, class Key, class Value, gbb_MemoryStream::Shape S>
 struct gbb_MapMemberType {
   static_assert(gbb_MemberType<Value>::kShape == gbb_MemoryStream::ShapeScalar,
                 "map values are scalars");
@@ -67,14 +67,23 @@ struct gbb_MapMemberType {
   static constexpr gbb_MemoryStream::Base kBase = gbb_MemberType<Value>::kBase;
   static constexpr int kMinBytes = 4;
 
+  // Pairs in key order, walked over the tree's nodes directly: the map's
+  // iterator would allocate a stack link per step.
   static void Write(gbb_MemoryStream& stream, const Map& map) {
     stream.Write(map.count());
-    Iterator walk(map);
-    for (walk.first(); !walk.isDone(); walk.next()) {
-      stream.Write(walk.key());
-      gbb_MemberType<Value>::Write(stream, walk.value());
+    WriteInOrder(stream, map.tree().Root());
+  }
+
+  template <class Node>
+  static void WriteInOrder(gbb_MemoryStream& stream, const Node* node) {
+    for (; node != nullptr; node = node->Right()) {
+      WriteInOrder(stream, node->Left());
+      stream.Write(KeyOf(node->ConstGetKey()));
+      gbb_MemberType<Value>::Write(stream, node->ConstGetValue());
     }
   }
+  static int KeyOf(const ada_MapIntKey& key) { return key.key; }
+  static const ada_string& KeyOf(const ada_string& key) { return key; }
 
   static bool Read(gbb_MemoryStream& stream, Map& map) {
     int count = 0;
@@ -96,11 +105,10 @@ struct gbb_MapMemberType {
 
 template <class X>
 struct gbb_MemberType<ada_MapString<X>>
-    : gbb_MapMemberType<ada_MapString<X>, ada_MapStringIterator<X>, ada_string, X,
-                        gbb_MemoryStream::ShapeMapString> {};
+    : gbb_MapMemberType<ada_MapString<X>, ada_string, X, gbb_MemoryStream::ShapeMapString> {};
 template <class X>
-struct gbb_MemberType<ada_MapInt<X>> : gbb_MapMemberType<ada_MapInt<X>, ada_MapIntIterator<X>, int,
-                                                         X, gbb_MemoryStream::ShapeMapInt> {};
+struct gbb_MemberType<ada_MapInt<X>>
+    : gbb_MapMemberType<ada_MapInt<X>, int, X, gbb_MemoryStream::ShapeMapInt> {};
 
 // Writes one member record: tag 0x03 and the index, then the value's tag and value.
 template <class T>
