@@ -18,6 +18,8 @@ gbb_Handle gbb_LinkImpl::Get(unsigned flags) {
   return m_cached;
 }
 
+gbb_SimpleLink::gbb_SimpleLink(gbb_Path owner, gbb_String text) : m_owner(owner), m_text(text) {}
+
 gbb_SimpleLink::~gbb_SimpleLink() {}
 
 void gbb_LinkHolder::Delete() {

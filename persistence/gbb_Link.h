@@ -37,7 +37,7 @@ class DDB_API gbb_LinkImpl : public mem_AllocationOperators {
 
 class DDB_API gbb_SimpleLink : public gbb_LinkImpl {
  public:
-  gbb_SimpleLink(gbb_Path owner, gbb_String text) : m_owner(owner), m_text(text) {}
+  gbb_SimpleLink(gbb_Path owner, gbb_String text);
   ~gbb_SimpleLink() override;
   gbb_Path OwnerPath() const override { return m_owner; }
   gbb_String LinkText() const override { return m_text; }

@@ -55,6 +55,29 @@ for t in QELSimDSetID QELSimDistributionID QELSimCSetID QELSimCollectionID ada_s
   need "omi_BtreeIterator<ada_MapIntKey, $t>::Previous()"
   need "omi_BtreeNodeLink<ada_MapIntKey, $t>::omi_BtreeNodeLink("
 done
+# The database API, the framework and the generated schema families.
+for f in "msfD_Root::createSim(cow_String, cow_String, int)" "msfD_Root::openSimReadOnly(" \
+         "msfD_Root::closeSim(msfD_Sim)" "msfD_Root::getByAlias(cow_String)" \
+         "gbb_Handle::gbb_Handle(void const*, int, gbb_Class)" "gbb_Class::IsA(gbb_Class) const" \
+         "gbb_TraverseContext::Advance()" "gbb_SimpleLink::gbb_SimpleLink(gbb_Path, cow_String)" \
+         "gbb_LinkImpl::Get(unsigned int)" "gbb_MemoryStream::GetBuffer()" \
+         "gbb_SchemaSnapshot::GetClass(gbb_ClassID const&) const" "gbb_Group::ReadClassID() const" \
+         "gbb_DistributionService::StaticClass()"; do
+  need "$f"
+done
+for c in msfD_Sim msfD_DiscreteModel msfD_Mesh fesD_FESystem fesD_GenericSystem fesD_ModalSystem \
+         fesD_SubstructureSystem fesD_ModalEvent fesD_SubDamp; do
+  need "${c}Interface::StaticClass()"
+  need "${c}::operator gbb_Handle() const"
+  need "${c}Holder::Get() const"
+  need "${c}Holder::Traverse(gbb_TraverseContext&)"
+  need "${c}Impl::Bind("
+done
+need "msfD_Mesh::nodes() const"
+need "msfD_Mesh::NodeSets(ada_MapString<QELSimCSetID> const&) const"
+need "fesD_ModalSystemHolder::FESystemSubobject() const"
+need "gbb_Array<fesD_FESystem, fesD_FESystemHolder, gbb_Repository, msfD_Mesh>::ArrayClass()"
+need "gbb_Array<fesD_ModalEvent, fesD_ModalEventHolder, gbb_Repository, fesD_ModalSystem>::ArrayClass()"
 # Only the int-keyed trees are exported: the string-keyed trees under
 # ada_MapString and any tree the library makes for its own keys stay inside.
 leaked=$(printf '%s\n' "$syms" | grep -oE 'omi_Btree[A-Za-z]*<[^,]*' | grep -v '<ada_MapIntKey$' || true)
