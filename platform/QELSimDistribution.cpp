@@ -120,9 +120,8 @@ bool QELSimTransfer::ExecRead() {
   QELSimStoredDistribution stored;
   if (!Check("QELSimTransfer::ExecRead", true, &stored)) return false;
   if (stored.count == 0) return true;
-  // The whole dataset: one simple space of its extent serves both sides.
-  hdf_Dataspace all({static_cast<hsize_t>(stored.count)});
-  return stored.values.Read(hdf_Datatype::NATIVE_INT(), all, all, m_buffer);
+  // The whole dataset: its own space (everything selected) serves both sides.
+  return stored.values.Read(hdf_Datatype::NATIVE_INT(), stored.space, stored.space, m_buffer);
 }
 
 void QELSimTransfer::RelinquishBuffers() {

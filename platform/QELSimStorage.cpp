@@ -55,7 +55,7 @@ QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bo
       m_lastCollection{kQELSimNoMinor, hdf_Group(), 0, kQELSimNoMinor},
       m_lastSet{kQELSimNoMinor, kQELSimNoMinor, hdf_Dataset(), 0},
       m_lastDistributionMinor(kQELSimNoMinor),
-      m_lastDistribution{hdf_Dataset(), QELSimCSetID(), 0} {}
+      m_lastDistribution() {}
 
 bool QELSimStorage::Ready(bool create) {
   if (m_collections.IsValid() && m_distributions.IsValid()) return true;
@@ -167,12 +167,14 @@ bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* d
   hdf_Dataset values = m_distributions.TryDatasetOpen(QELSimMinorName(minor));
   if (!values.IsValid()) return false;
   uint32_t set[2] = {kQELSimNoMinor, kQELSimNoMinor};
-  int count = Count(values.Space());
+  hdf_Dataspace space = values.Space();
+  int count = Count(space);
   if (count < 0 ||
       !ReadAttribute(values.AttributeOpen("dimensionSet"), hdf_Datatype::NATIVE_UINT(), 2, set)) {
     return false;
   }
   distribution->values = values;
+  distribution->space = space;
   distribution->dimensionSet = QELSimCSetID(0, set[0], set[1]);
   distribution->count = count;
   m_lastDistributionMinor = minor;
@@ -183,7 +185,7 @@ bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* d
 void QELSimStorage::Close() {
   m_lastCollection.group = hdf_Group();
   m_lastSet.members = hdf_Dataset();
-  m_lastDistribution.values = hdf_Dataset();
+  m_lastDistribution = QELSimStoredDistribution();
   m_collections = hdf_Group();
   m_distributions = hdf_Group();
   m_file.Close();

@@ -33,8 +33,9 @@
 // A distribution as found in the file.
 struct QELSimStoredDistribution {
   hdf_Dataset values;
+  hdf_Dataspace space;  // the whole of `values`, as read into memory too
   QELSimCSetID dimensionSet;
-  int count;
+  int count = 0;
 };
 
 class QELSimStorage : public mem_AllocationOperators {

@@ -47,11 +47,10 @@ hdf_DimensionList hdf_Dataspace::MaxDimensions() const {
 hdf_DimensionList hdf_Dataspace::Extent(bool maximum) const {
   hdf_DimensionList result;
   if (!IsValid()) return result;
-  int rank = H5Sget_simple_extent_ndims(Id());
-  if (rank <= 0 || rank > hdf_DimensionList::kMaxRank) return result;
+  // Room for the largest rank, so one call gives the rank and the extents.
   hsize_t current[hdf_DimensionList::kMaxRank];
   hsize_t limit[hdf_DimensionList::kMaxRank];
-  if (H5Sget_simple_extent_dims(Id(), current, limit) < 0) return result;
+  int rank = H5Sget_simple_extent_dims(Id(), current, limit);
   for (int i = 0; i < rank; ++i) result.Append(maximum ? limit[i] : current[i]);
   return result;
 }
