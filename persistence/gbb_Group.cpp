@@ -141,9 +141,15 @@ void gbb_Repository::WriteSize(int size) const {
 bool gbb_Dataset::CheckShape(const char* operation) const {
   if (!m_dataset.IsValid()) return false;
   hdf_Dataspace space = m_dataset.Space();
-  if (space.IsValid() && space.Dimensions().Count() == 1) return true;
-  ReportGroup(operation, m_group.Platform(), "members dataset is not one-dimensional");
-  return false;
+  if (!space.IsValid() || space.Dimensions().Count() != 1) {
+    ReportGroup(operation, m_group.Platform(), "members dataset is not one-dimensional");
+    return false;
+  }
+  if (!m_dataset.Type().Equal(hdf_Datatype::NATIVE_UCHAR())) {
+    ReportGroup(operation, m_group.Platform(), "members dataset does not hold bytes");
+    return false;
+  }
+  return true;
 }
 
 int gbb_Dataset::Size() const {

@@ -274,6 +274,16 @@ TEST_F(StorageGroups, DatasetsOfAnotherShapeAreRefusedWithAMessage) {
   EXPECT_EQ(data.Write(bytes, 4, 0), 0);
   EXPECT_NE(err.Take().find("members dataset is not one-dimensional in /sim/x"), std::string::npos);
   EXPECT_EQ(gbb_Group().OpenDataset("#simpleTypeMembers").Size(), 0);
+
+  gbb_Group y = sim.CreateGroup("y");
+  hsize_t four[1] = {4};
+  s = H5Screate_simple(1, four, nullptr);
+  d = H5Dcreate2(y.Platform().Id(), "#simpleTypeMembers", H5T_NATIVE_INT, s, H5P_DEFAULT,
+                 H5P_DEFAULT, H5P_DEFAULT);
+  H5Dclose(d);
+  H5Sclose(s);
+  EXPECT_EQ(y.OpenDataset("#simpleTypeMembers").Read(bytes, 64, 0), 0);
+  EXPECT_EQ(err.Take(), "**ERROR gbb_Dataset::Read: members dataset does not hold bytes in /sim/y\n");
 }
 
 }  // namespace
