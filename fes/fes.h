@@ -9,5 +9,6 @@
 #include "fes/fesD_ModalSystem.h"
 #include "fes/fesD_SubDamp.h"
 #include "fes/fesD_SubstructureSystem.h"
+#include "fes/fesD_Utilities.h"
 
 #endif  // DDB_FES_FES_H_
