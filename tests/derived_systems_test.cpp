@@ -1,0 +1,707 @@
+// Generic, modal and substructure systems, modal events and damping, stored
+// in a mesh: the FE system part in "#base" and the derived part beside it,
+// conversions guarded by the stored class, the Bind and SetPath order of the
+// two parts, paths into events and damping, and the damping slot's rules.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fes/fes.h"
+#include "platform/QELSimService.h"
+#include "sim_schema/sim_schema.h"
+#include "support/capture.h"
+#include "support/h5_raw.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+const std::string kSystems = "/sim/discreteModel/mesh/systems";
+
+// Positions in the mesh's systems array of the database Build() makes.
+enum { kPlain, kGeneric, kModal, kSub, kBareSub, kCount };
+
+// Damping coefficients that a lossy save would not bring back.
+const double kAlpha = 0.1, kBeta = -2.5, kStructural = 5e-324, kMass = 1.7976931348623157e308,
+             kVolume = 1.0 / 3.0;
+
+// Expected stream bytes: a record header, then the value.
+void Record(Bytes& body, int index, unsigned char tag) {
+  body.push_back(0x03);
+  PutInt(body, index);
+  body.push_back(tag);
+}
+void PutDouble(Bytes& out, double value) {
+  unsigned char bytes[8];
+  std::memcpy(bytes, &value, 8);  // the test hosts are little-endian, like the format
+  out.insert(out.end(), bytes, bytes + 8);
+}
+
+class DerivedSystems : public testing::Test {
+ protected:
+  // Identifiers in the context of the sim open now.
+  QELSimDistributionID D(unsigned minor) const { return QELSimDistributionID(context, minor); }
+  QELSimCollectionID C(unsigned minor) const { return QELSimCollectionID(context, minor); }
+  QELSimCSetID S(unsigned collection, unsigned set) const {
+    return QELSimCSetID(context, collection, set);
+  }
+
+  // An empty mesh in a new sim; identifiers are made in the sim's context.
+  msfD_Mesh NewMesh(msfD_Sim sim) {
+    context = sim.distributionService().Context().Number();
+    return sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
+        .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  }
+
+  // The systems array of the database, opened in `root`.
+  msfD_Mesh_SystemsArray Systems(msfD_Root& root, bool readOnly = true) {
+    msfD_Sim sim =
+        readOnly ? root.openSimReadOnly(file.c_str(), "", 0) : root.openSim(file.c_str(), "", 0);
+    context = sim.distributionService().Context().Number();
+    return sim.discreteModel().mesh().systems();
+  }
+
+  // Four systems of every kind and a substructure without damping; some
+  // members set before the system is stored, some after.
+  void Build() {
+    msfD_Root root(0);
+    auto systems = NewMesh(root.createSim(file.c_str(), "", 0)).systems();
+
+    fesD_FESystem plain = systems.add(fesD_FESystem::New("plain", D(1), D(2), 0));
+    ada_MapInt<QELSimDistributionID> byNumber;
+    byNumber.insert(7, D(3));
+    byNumber.insert(2, D(4));
+    plain.Distributions(byNumber);
+
+    systems.add(
+        fesD_GenericSystem::New("generic", D(11), D(12), C(13), C(14), 0).ReleaseAsFESystem());
+
+    fesD_ModalSystemHolder modal = fesD_ModalSystem::New("modal", D(21), D(22), C(23), C(24), 0);
+    modal.Get().PropertyEvaluation(-0.125);
+    modal.Get().SolverDofOrdering(S(25, 1));
+    modal.Get().SelectiveRecoveryNodes(S(25, 2));
+    modal.Get().ResidualModeDofs(S(25, 3));
+    fesD_ModalEvent first =
+        modal.Get().events().add(fesD_ModalEvent::New("e0", -7, C(26), C(27), 0));
+    first.ActiveModes(S(24, 1));
+    ada_MapString<QELSimDistributionID> byName;
+    byName.insert("y", D(29));
+    byName.insert("x", D(28));
+    first.UserDistributions(byName);
+    fesD_ModalSystem storedModal(systems.add(modal.ReleaseAsFESystem()));
+    storedModal.ResidualModes(S(25, 4));
+    storedModal.StructuralModes(S(25, 5));
+    storedModal.AcousticModes(S(25, 6));
+    storedModal.events().add(fesD_ModalEvent::New("e1", INT_MIN, C(30), C(31), 0));
+
+    fesD_SubstructureSystemHolder sub =
+        fesD_SubstructureSystem::New("sub", D(41), D(42), C(43), C(44), C(45), 0);
+    sub.Get().RetainedNodes(S(46, 1));
+    sub.Get().RetainedDofs(S(46, 2));
+    fesD_SubDamp damping = sub.Get().Damping(fesD_SubDamp::New(0));
+    damping.Alpha(kAlpha);
+    damping.Beta(kBeta);
+    fesD_SubstructureSystem storedSub(systems.add(sub.ReleaseAsFESystem()));
+    storedSub.RecoveryNodes(S(46, 3));
+    storedSub.RecoveryElements(S(46, 4));
+    storedSub.UserDistributions(byName);
+    damping.Structural(kStructural);
+    damping.Mass(kMass);
+    damping.Volume(kVolume);
+
+    systems.add(fesD_SubstructureSystem::New("bare", D(51), D(52), C(53), C(54), C(55), 0)
+                    .ReleaseAsFESystem());
+  }
+
+  ScratchDir dir;
+  std::string file = dir.File("derived.sim");
+  int context = -1;
+};
+
+TEST_F(DerivedSystems, EveryKindRoundTripsThroughTheMeshArrayAsAnFESystem) {
+  Build();
+  msfD_Root root(0);
+  CaptureErr err;
+  auto systems = Systems(root);
+  ASSERT_EQ(systems.count(), kCount);
+
+  // Every element is an FE system; exactly the matching conversion succeeds.
+  const char* names[kCount] = {"plain", "generic", "modal", "sub", "bare"};
+  const unsigned labels[kCount] = {1, 11, 21, 41, 51};
+  for (int i = 0; i < kCount; ++i) {
+    SCOPED_TRACE(names[i]);
+    fesD_FESystem system = systems.get(i);
+    ASSERT_FALSE(!system);
+    EXPECT_STREQ(system.systemName().cStr(), names[i]);
+    EXPECT_EQ(system.nodalLabels(), D(labels[i]));
+    EXPECT_EQ(system.nodalActivityMask(), D(labels[i] + 1));
+    EXPECT_EQ(!fesD_GenericSystem(system), i != kGeneric);
+    EXPECT_EQ(!fesD_ModalSystem(system), i != kModal);
+    EXPECT_EQ(!fesD_SubstructureSystem(system), i != kSub && i != kBareSub);
+    EXPECT_TRUE(gbb_Handle(system).Class().IsA(fesD_FESystemInterface::StaticClass()));
+  }
+  ada_MapIntIterator<QELSimDistributionID> byNumber(systems.get(kPlain).distributions());
+  byNumber.first();
+  ASSERT_FALSE(byNumber.isDone());
+  EXPECT_EQ(byNumber.key(), 2);  // key order, not insertion order
+  EXPECT_EQ(byNumber.value(), D(4));
+  EXPECT_EQ(gbb_Handle(systems.get(kModal)).Class(), fesD_ModalSystemInterface::StaticClass());
+
+  fesD_GenericSystem generic(systems.get(kGeneric));
+  EXPECT_EQ(generic.dofs(), C(13));
+  EXPECT_EQ(generic.loads(), C(14));
+
+  fesD_ModalSystem modal(systems.get(kModal));
+  EXPECT_STREQ(modal.systemName().cStr(), "modal");  // the base part of a derived handle
+  EXPECT_EQ(modal.dofs(), C(23));
+  EXPECT_EQ(modal.modes(), C(24));
+  EXPECT_EQ(modal.propertyEvaluation(), -0.125);
+  EXPECT_EQ(modal.solverDofOrdering(), S(25, 1));
+  EXPECT_EQ(modal.selectiveRecoveryNodes(), S(25, 2));
+  EXPECT_EQ(modal.residualModeDofs(), S(25, 3));
+  EXPECT_EQ(modal.residualModes(), S(25, 4));
+  EXPECT_EQ(modal.structuralModes(), S(25, 5));
+  EXPECT_EQ(modal.acousticModes(), S(25, 6));
+  ASSERT_EQ(modal.events().count(), 2);
+  fesD_ModalEvent e0 = modal.events().get(0);
+  EXPECT_STREQ(e0.eventName().cStr(), "e0");
+  EXPECT_EQ(e0.eventTypeID(), -7);
+  EXPECT_EQ(e0.activeModes(), S(24, 1));
+  EXPECT_EQ(e0.frames(), C(26));
+  EXPECT_EQ(e0.cases(), C(27));
+  EXPECT_EQ(e0.distributions().count(), 0);
+  EXPECT_EQ(e0.userDistributions().count(), 2);
+  fesD_ModalEvent e1 = modal.events().get(1);
+  EXPECT_STREQ(e1.eventName().cStr(), "e1");
+  EXPECT_EQ(e1.eventTypeID(), INT_MIN);  // signed 32 bits
+  EXPECT_FALSE(e1.activeModes().IsValid());
+
+  fesD_SubstructureSystem sub(systems.get(kSub));
+  EXPECT_EQ(sub.dofTypes(), C(43));
+  EXPECT_EQ(sub.dofs(), C(44));
+  EXPECT_EQ(sub.modes(), C(45));
+  EXPECT_EQ(sub.retainedNodes(), S(46, 1));
+  EXPECT_EQ(sub.retainedDofs(), S(46, 2));
+  EXPECT_EQ(sub.recoveryNodes(), S(46, 3));
+  EXPECT_EQ(sub.recoveryElements(), S(46, 4));
+  EXPECT_EQ(sub.userDistributions().count(), 2);
+  fesD_SubDamp damping = sub.damping();
+  ASSERT_FALSE(!damping);
+  EXPECT_EQ(damping.alpha(), kAlpha);
+  EXPECT_EQ(damping.beta(), kBeta);
+  EXPECT_EQ(damping.structural(), kStructural);
+  EXPECT_EQ(damping.mass(), kMass);
+  EXPECT_EQ(damping.volume(), kVolume);
+  EXPECT_TRUE(!fesD_SubstructureSystem(systems.get(kBareSub)).damping());
+
+  // Conversions from a handle check the class the same way.
+  EXPECT_FALSE(!fesD_ModalSystem(gbb_Handle(modal)));
+  EXPECT_TRUE(!fesD_ModalSystem(gbb_Handle(sub)));
+  EXPECT_TRUE(!fesD_ModalEvent(gbb_Handle(damping)));
+  EXPECT_TRUE(!fesD_SubDamp(gbb_Handle(e0)));
+  EXPECT_TRUE(!fesD_GenericSystem(gbb_Handle()));
+  EXPECT_EQ(err.Take(), "");
+}
+
+TEST_F(DerivedSystems, EachPartStoresItsOwnMembers) {
+  Build();
+  struct Group {
+    const char* path;
+    const char* classID;
+    Bytes body;
+  };
+  std::vector<Group> groups;
+
+  // An FE system part: systemName 3, nodalLabels 2, nodalActivityMask 1,
+  // distributions 0, userDistributions 4.
+  auto base = [](const char* name, unsigned first, int userEntries) {
+    Bytes body;
+    Record(body, 3, 0x07);
+    PutString(body, name);
+    Record(body, 2, 0x0A);
+    PutId(body, 3, first);
+    Record(body, 1, 0x0A);
+    PutId(body, 3, first + 1);
+    Record(body, 0, 0x4A);
+    PutInt(body, 0);
+    Record(body, 4, 0x3A);
+    PutInt(body, userEntries);
+    if (userEntries == 2) {
+      PutString(body, "x");
+      PutId(body, 3, 28);
+      PutString(body, "y");
+      PutId(body, 3, 29);
+    }
+    return body;
+  };
+  groups.push_back({"/1/#base", "com.trevolo.FESystem", base("generic", 11, 0)});
+  groups.push_back({"/2/#base", "com.trevolo.FESystem", base("modal", 21, 0)});
+  groups.push_back({"/3/#base", "com.trevolo.FESystem", base("sub", 41, 2)});
+
+  Bytes generic;  // dofs 0, loads 1
+  Record(generic, 0, 0x08);
+  PutId(generic, 1, 13);
+  Record(generic, 1, 0x08);
+  PutId(generic, 1, 14);
+  groups.push_back({"/1", "com.trevolo.GenericSystem", generic});
+
+  Bytes modal;  // declaration order; "events" (2) is a sub-object
+  Record(modal, 1, 0x08);
+  PutId(modal, 1, 23);
+  Record(modal, 3, 0x08);
+  PutId(modal, 1, 24);
+  Record(modal, 4, 0x06);
+  PutDouble(modal, -0.125);
+  const int modalSets[] = {8, 7, 5, 6, 9, 0};
+  for (int i = 0; i < 6; ++i) {
+    Record(modal, modalSets[i], 0x09);
+    PutId(modal, 2, 25, i + 1);
+  }
+  groups.push_back({"/2", "com.trevolo.ModalSystem", modal});
+
+  Bytes event;  // eventName 3, eventTypeID 4, activeModes 0, frames 5, cases 1, maps 2 and 6
+  Record(event, 3, 0x07);
+  PutString(event, "e1");
+  Record(event, 4, 0x03);
+  PutInt(event, INT_MIN);
+  Record(event, 0, 0x09);
+  PutId(event, 2, 0xFFFFFFFFu, 0xFFFFFFFFu);
+  Record(event, 5, 0x08);
+  PutId(event, 1, 30);
+  Record(event, 1, 0x08);
+  PutId(event, 1, 31);
+  Record(event, 2, 0x4A);
+  PutInt(event, 0);
+  Record(event, 6, 0x3A);
+  PutInt(event, 0);
+  groups.push_back({"/2/events/1", "com.trevolo.ModalEvent", event});
+
+  Bytes sub;  // "dofTypes" sorts before "dofs"; "damping" (0) is a sub-object
+  Record(sub, 1, 0x08);
+  PutId(sub, 1, 43);
+  Record(sub, 2, 0x08);
+  PutId(sub, 1, 44);
+  Record(sub, 3, 0x08);
+  PutId(sub, 1, 45);
+  const int subSets[] = {7, 6, 5, 4};
+  for (int i = 0; i < 4; ++i) {
+    Record(sub, subSets[i], 0x09);
+    PutId(sub, 2, 46, i + 1);
+  }
+  groups.push_back({"/3", "com.trevolo.SubstructureSystem", sub});
+
+  Bytes damping;  // save order alpha, beta, structural, mass, volume
+  const int dampingIndex[] = {0, 1, 3, 2, 4};
+  const double dampingValue[] = {kAlpha, kBeta, kStructural, kMass, kVolume};
+  for (int i = 0; i < 5; ++i) {
+    Record(damping, dampingIndex[i], 0x06);
+    PutDouble(damping, dampingValue[i]);
+  }
+  groups.push_back({"/3/damping", "com.trevolo.SubDamp", damping});
+
+  for (const Group& g : groups) {
+    SCOPED_TRACE(g.path);
+    EXPECT_EQ(RawClass(file, kSystems + g.path), g.classID);
+    EXPECT_EQ(RawDatasetBytes(file, kSystems + g.path + "/#simpleTypeMembers"), Stream(g.body));
+  }
+  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
+            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
+  EXPECT_EQ(RawChildren(file, kSystems + "/1/#base"),
+            std::vector<std::string>{"#simpleTypeMembers"});
+  EXPECT_EQ(RawChildren(file, kSystems + "/4"),
+            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
+}
+
+TEST_F(DerivedSystems, StoredDampingAndModalRecordsLoadInAnyOrder) {
+  Build();
+  Bytes damping;  // index order, not save order
+  const double values[] = {1.5, 2.5, 3.5, 4.5, 5.5};
+  for (int i = 0; i < 5; ++i) {
+    Record(damping, i, 0x06);
+    PutDouble(damping, values[i]);
+  }
+  RawWriteDataset(file, kSystems + "/3/damping/#simpleTypeMembers", Stream(damping));
+  Bytes modal;
+  Record(modal, 4, 0x06);
+  PutDouble(modal, 9.0);
+  const Bytes valid = modal;
+  Record(modal, 2, 0x08);  // "events" has no stream value: the load stops here
+  PutId(modal, 1, 5);
+  RawWriteDataset(file, kSystems + "/2/#simpleTypeMembers", Stream(modal));
+
+  msfD_Root root(0);
+  CaptureErr err;
+  auto systems = Systems(root);
+  fesD_SubDamp read = fesD_SubstructureSystem(systems.get(kSub)).damping();
+  EXPECT_EQ(read.alpha(), 1.5);
+  EXPECT_EQ(read.beta(), 2.5);
+  EXPECT_EQ(read.mass(), 3.5);
+  EXPECT_EQ(read.structural(), 4.5);
+  EXPECT_EQ(read.volume(), 5.5);
+  EXPECT_EQ(err.Take(), "");
+  fesD_ModalSystem modalSystem(systems.get(kModal));
+  EXPECT_EQ(modalSystem.propertyEvaluation(), 9.0);  // read before the stray record
+  EXPECT_EQ(err.Take(), "**ERROR fesD_ModalSystemImpl::LoadMembers: error 1 loading class data\n");
+  EXPECT_EQ(modalSystem.events().count(), 2);  // the array is not in the stream
+}
+
+TEST_F(DerivedSystems, SettersWriteOnlyTheDatasetOfTheirPart) {
+  Build();
+  msfD_Root root(0);
+  auto systems = Systems(root, false);
+  fesD_GenericSystem generic(systems.get(kGeneric));
+  fesD_ModalSystem modal(systems.get(kModal));
+  fesD_SubstructureSystem sub(systems.get(kSub));
+  struct Case {
+    const char* path;
+    fesD_FESystem base;                // the FE system view of the derived handle
+    std::function<void()> setDerived;  // a member of the derived part
+  } cases[] = {
+      {"/1", generic, [&] { generic.Loads(C(99)); }},
+      {"/2", modal, [&] { modal.PropertyEvaluation(99.0); }},
+      {"/3", sub, [&] { sub.RecoveryElements(S(99, 9)); }},
+  };
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    const std::string own = kSystems + c.path + "/#simpleTypeMembers";
+    const std::string part = kSystems + c.path + "/#base/#simpleTypeMembers";
+    const Bytes ownBefore = RawDatasetBytes(file, own);
+    const Bytes partBefore = RawDatasetBytes(file, part);
+    c.base.SystemName("renamed");
+    EXPECT_EQ(RawDatasetBytes(file, own), ownBefore);
+    const Bytes partAfter = RawDatasetBytes(file, part);
+    EXPECT_NE(partAfter, partBefore);
+    c.setDerived();
+    EXPECT_NE(RawDatasetBytes(file, own), ownBefore);
+    EXPECT_EQ(RawDatasetBytes(file, part), partAfter);
+  }
+}
+
+}  // namespace
+
+// Opens the derived object stored in `stored` for an outer interface of its
+// own (so connected, no class check) and binds it again to `target`.
+template <class THolder>
+std::string RebindStored(const gbb_Group& stored, const gbb_Group& target) {
+  CaptureErr err;
+  THolder holder = THolder::Open(nullptr, gbb_Path(), 0, stored, 1);
+  holder.Bind(target);
+  return err.Take();
+}
+
+TEST_F(DerivedSystems, BindingBindsTheFESystemPartFirstEvenWhenConnected) {
+  Build();
+  msfD_Root root(0);
+  msfD_Sim sim = root.openSim(file.c_str(), "", 0);
+  context = sim.distributionService().Context().Number();
+  msfD_Mesh mesh = sim.discreteModel().mesh();
+  CaptureErr err;
+  fesD_ModalSystemHolder modal = fesD_ModalSystem::New("m", D(1), D(2), C(3), C(4), 1);
+  modal.Get().events().add(fesD_ModalEvent::New("e", 1, C(5), C(6), 1));
+  EXPECT_EQ(err.Take(), "");
+  mesh.systems().add(modal.ReleaseAsFESystem());
+  EXPECT_EQ(err.Take(),
+            "fesD_FESystemImpl::Bind\n"
+            "fesD_FESystemImpl::CreateMembers: creating fesD_FESystemMembers\n"
+            "fesD_FESystemImpl::BindMembers: saving fesD_FESystemMembers\n"
+            "fesD_ModalSystemImpl::Bind\n"
+            "fesD_ModalSystemImpl::CreateMembers: creating fesD_ModalSystemMembers\n"
+            "fesD_ModalSystemImpl::BindMembers: saving fesD_ModalSystemMembers\n"
+            "gbb_ArrayImpl::Bind\n"
+            "fesD_ModalEventImpl::Bind\n"
+            "fesD_ModalEventImpl::CreateMembers: creating fesD_ModalEventMembers\n"
+            "fesD_ModalEventImpl::BindMembers: saving fesD_ModalEventMembers\n");
+
+  // A connected object refuses, but only after its part was offered the
+  // new "#base" (and refused too).
+  gbb_Group top(QELSimContextRef(sim.distributionService().Context()).File().RootGroup());
+  gbb_Group systems = top.OpenGroup("sim/discreteModel/mesh/systems");
+  auto refusal = [](const std::string& impl) {
+    return impl + "::Bind\n** ERROR " + impl + "::Bind: called for a connected object\n";
+  };
+  const std::string part = refusal("fesD_FESystemImpl");
+  EXPECT_EQ(RebindStored<fesD_GenericSystemHolder>(systems.OpenGroup("1"), top.CreateGroup("g")),
+            part + refusal("fesD_GenericSystemImpl"));
+  EXPECT_EQ(RebindStored<fesD_ModalSystemHolder>(systems.OpenGroup("2"), top.CreateGroup("m")),
+            part + refusal("fesD_ModalSystemImpl"));
+  EXPECT_EQ(
+      RebindStored<fesD_SubstructureSystemHolder>(systems.OpenGroup("3"), top.CreateGroup("s")),
+      part + refusal("fesD_SubstructureSystemImpl"));
+  for (const char* target : {"/g", "/m", "/s"}) {
+    EXPECT_EQ(RawChildren(file, target), std::vector<std::string>{"#base"}) << target;
+  }
+}
+
+// SetPath on a new derived object places its FE system part at the same
+// (parent, index).
+template <class THolder>
+void ExpectPartPlacedLikeTheWhole(THolder holder) {
+  gbb_PathImpl parent;
+  holder.SetPath(&parent, 7);
+  gbb_Path whole = holder.Object()->Path();
+  gbb_Path part = holder.FESystemSubobject().Object()->Path();
+  EXPECT_EQ(whole.Parent().Impl(), &parent);
+  EXPECT_EQ(whole.Index(), 7);
+  EXPECT_EQ(part.Parent().Impl(), &parent);
+  EXPECT_EQ(part.Index(), 7);
+}
+
+TEST_F(DerivedSystems, PathsOfThePartsAndSubobjectsFollowTheWhole) {
+  ExpectPartPlacedLikeTheWhole(fesD_GenericSystem::New("g", D(1), D(2), C(3), C(4), 0));
+  ExpectPartPlacedLikeTheWhole(fesD_ModalSystem::New("m", D(1), D(2), C(3), C(4), 0));
+  ExpectPartPlacedLikeTheWhole(fesD_SubstructureSystem::New("s", D(1), D(2), C(3), C(4), C(5), 0));
+
+  // Links from the objects under a derived system walk up through it.
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  msfD_Mesh mesh = NewMesh(sim);
+  mesh.systems().add(fesD_FESystem::New("first", D(1), D(2), 0));
+  fesD_ModalSystemHolder modal = fesD_ModalSystem::New("m", D(1), D(2), C(3), C(4), 0);
+  fesD_ModalEventHolder event = fesD_ModalEvent::New("e", 1, C(5), C(6), 0);
+  fesD_ModalEventImpl* eventImpl = event.Object();
+  modal.Get().events().add(event);
+  fesD_ModalSystemImpl* modalImpl = modal.Object();
+  mesh.systems().add(modal.ReleaseAsFESystem());
+  fesD_SubstructureSystemHolder sub =
+      fesD_SubstructureSystem::New("s", D(1), D(2), C(3), C(4), C(5), 0);
+  fesD_SubDampHolder damping = fesD_SubDamp::New(0);
+  fesD_SubDampImpl* dampingImpl = damping.Object();
+  sub.Get().Damping(damping);
+  mesh.systems().add(sub.ReleaseAsFESystem());
+
+  EXPECT_EQ(modalImpl->Path().Index(), 1);
+  EXPECT_EQ(modalImpl->Subobject().Object()->Path().Index(), 1);
+  EXPECT_EQ(eventImpl->Path().Index(), 0);
+  EXPECT_EQ(dampingImpl->Path().Index(), 0);
+  const gbb_Path owners[] = {modalImpl->Subobject().Object()->Path(), eventImpl->Path(),
+                             dampingImpl->Path()};
+  for (gbb_Path owner : owners) {
+    gbb_SimpleLink link(owner, "#/discreteModel/mesh");
+    EXPECT_TRUE(msfD_Mesh(link.Get(0)).IsSame(mesh));
+  }
+}
+
+TEST_F(DerivedSystems, PathsReachEventsAndDampingByIndexAndName) {
+  Build();
+  msfD_Root root(0);
+  auto systems = Systems(root);
+  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 0);
+  auto find = [&top](const std::string& steps, unsigned flags, int* stale) {
+    gbb_SimpleLink link(&top, ("#/discreteModel/mesh/systems/" + steps).c_str());
+    gbb_Handle found = link.Get(flags);
+    *stale = link.Stale();
+    return found;
+  };
+  int stale = 0;
+  // Not in memory yet: a resolution that may not load stops at the element.
+  EXPECT_TRUE(find(":3/damping", gbb_TraverseContext::kNoLoad, &stale).IsEmpty());
+  EXPECT_EQ(stale, 4);
+  fesD_SubstructureSystem sub(systems.get(kSub));
+  fesD_ModalSystem modal(systems.get(kModal));
+  // The elements are in memory now; their damping and events are not.
+  EXPECT_TRUE(find(":3/damping", gbb_TraverseContext::kNoLoad, &stale).IsEmpty());
+  EXPECT_EQ(stale, 4);
+  EXPECT_TRUE(find(":2/events/:1", gbb_TraverseContext::kNoLoad, &stale).IsEmpty());
+  EXPECT_EQ(stale, 4);
+
+  CaptureErr err;
+  for (const char* steps : {":2/events/:1", ":2/:2/:1"}) {
+    fesD_ModalEvent event(find(steps, 0, &stale));
+    EXPECT_STREQ(event.eventName().cStr(), "e1") << steps;
+  }
+  for (const char* steps : {":3/damping", ":3/:0"}) {
+    fesD_SubDamp damping(find(steps, 0, &stale));
+    EXPECT_EQ(damping.beta(), kBeta) << steps;
+  }
+  EXPECT_TRUE(
+      fesD_SubDamp(find(":3/damping", gbb_TraverseContext::kNoLoad, &stale)).IsSame(sub.damping()));
+  EXPECT_TRUE(fesD_ModalSystem(find(":2", 0, &stale)).IsSame(modal));
+  EXPECT_EQ(stale, 0);
+
+  // Other steps go to the FE system part, which has nothing below it.
+  for (const char* steps : {":2/:0", ":2/damping", ":3/events", ":3/:1", ":1/:0", ":1/dofs",
+                            ":2/events/:2", ":2/events/e0"}) {
+    EXPECT_TRUE(find(steps, 0, &stale).IsEmpty()) << steps;
+    EXPECT_EQ(stale, 3) << steps;
+  }
+  // Stored without damping: the step reaches an empty slot, a further one nothing.
+  EXPECT_TRUE(find(":4/damping", 0, &stale).IsEmpty());
+  EXPECT_EQ(stale, 0);
+  EXPECT_TRUE(find(":4/damping/:0", 0, &stale).IsEmpty());
+  EXPECT_EQ(stale, 3);
+  EXPECT_EQ(err.Take(), "");
+}
+
+TEST_F(DerivedSystems, DampingIsBoundWithItsSubstructureOrAtOnce) {
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  msfD_Mesh mesh = NewMesh(sim);
+  CaptureErr err;
+  fesD_SubstructureSystemHolder loose =
+      fesD_SubstructureSystem::New("loose", D(1), D(2), C(3), C(4), C(5), 0);
+  EXPECT_TRUE(!loose.Get().damping());
+  fesD_SubDamp first = loose.Get().Damping(fesD_SubDamp::New(0));
+  ASSERT_FALSE(!first);
+  EXPECT_TRUE(loose.Get().damping().IsSame(first));
+  const double coefficients[] = {first.alpha(), first.beta(), first.structural(), first.mass(),
+                                 first.volume()};
+  for (double c : coefficients) EXPECT_EQ(c, 0.0);
+  first.Alpha(1.5);
+  fesD_SubDampHolder offered = fesD_SubDamp::New(0);
+  fesD_SubDamp kept = loose.Get().Damping(offered);
+  EXPECT_TRUE(offered.IsEmpty());
+  EXPECT_EQ(err.Take(), "**ERROR:fesD_SubstructureSystemImpl::Damping: already exists\n");
+  EXPECT_TRUE(kept.IsSame(first));
+  EXPECT_EQ(kept.alpha(), 1.5);
+
+  mesh.systems().add(loose.ReleaseAsFESystem());
+  EXPECT_EQ(RawChildren(file, kSystems + "/0"),
+            (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
+  fesD_SubstructureSystem bare(mesh.systems().add(
+      fesD_SubstructureSystem::New("bare", D(1), D(2), C(3), C(4), C(5), 0).ReleaseAsFESystem()));
+  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
+            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
+  bare.Damping(fesD_SubDamp::New(0)).Volume(2.0);
+  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
+            (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
+  EXPECT_EQ(RawClass(file, kSystems + "/1/damping"), "com.trevolo.SubDamp");
+  EXPECT_EQ(err.Take(), "");
+  root.closeSim(sim);
+
+  msfD_Root again(0);
+  auto systems = Systems(again);
+  EXPECT_EQ(fesD_SubstructureSystem(systems.get(0)).damping().alpha(), 1.5);
+  EXPECT_EQ(fesD_SubstructureSystem(systems.get(1)).damping().volume(), 2.0);
+}
+
+TEST_F(DerivedSystems, StoredDampingIsReadOnFirstUse) {
+  Build();
+  {
+    msfD_Root root(1);
+    CaptureErr err;
+    auto systems = Systems(root, false);
+    fesD_SubstructureSystem sub(systems.get(kSub));
+    fesD_SubstructureSystem bare(systems.get(kBareSub));
+    err.Take();
+    fesD_SubDamp damping = sub.damping();
+    EXPECT_EQ(err.Take(), "");  // opened, not read
+    EXPECT_EQ(damping.alpha(), kAlpha);
+    EXPECT_EQ(err.Take(), "fesD_SubDampImpl::LoadMembers: loading fesD_SubDampMembers\n");
+    EXPECT_TRUE(sub.damping().IsSame(damping));
+    EXPECT_TRUE(!bare.damping());
+    EXPECT_TRUE(!bare.damping());
+    EXPECT_EQ(err.Take(), "");
+    EXPECT_FALSE(!bare.Damping(fesD_SubDamp::New(0)));
+    EXPECT_EQ(RawChildren(file, kSystems + "/4"),
+              (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
+  }
+  // The setter does not look for a stored damping not read yet: the new
+  // object is taken in memory, its group cannot be made, and the stored
+  // damping stays as it was.
+  {
+    msfD_Root root(0);
+    auto systems = Systems(root, false);
+    CaptureErr err;
+    fesD_SubstructureSystem sub(systems.get(kSub));
+    fesD_SubDamp replaced = sub.Damping(fesD_SubDamp::New(0));
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group damping in " +
+                              kSystems + "/3 of file " + file + "\n");
+    EXPECT_TRUE(sub.damping().IsSame(replaced));
+    replaced.Alpha(3.0);
+    EXPECT_EQ(replaced.alpha(), 3.0);
+  }
+  msfD_Root root(0);
+  EXPECT_EQ(fesD_SubstructureSystem(Systems(root).get(kSub)).damping().alpha(), kAlpha);
+}
+
+TEST(DerivedHolders, NewSystemsStartWithNullSetsAndNoSubobjects) {
+  fesD_ModalSystemHolder modal =
+      fesD_ModalSystem::New("m", QELSimDistributionID(), QELSimDistributionID(),
+                            QELSimCollectionID(), QELSimCollectionID(), 0);
+  fesD_ModalSystem m = modal.Get();
+  EXPECT_EQ(m.propertyEvaluation(), 0.0);
+  const QELSimCSetID modalSets[] = {m.solverDofOrdering(), m.selectiveRecoveryNodes(),
+                                    m.residualModeDofs(),  m.residualModes(),
+                                    m.structuralModes(),   m.acousticModes()};
+  for (QELSimCSetID set : modalSets) EXPECT_EQ(set, QELSimCSetID());
+  EXPECT_EQ(m.events().count(), 0);
+  fesD_SubstructureSystemHolder sub = fesD_SubstructureSystem::New(
+      "s", QELSimDistributionID(), QELSimDistributionID(), QELSimCollectionID(),
+      QELSimCollectionID(), QELSimCollectionID(), 0);
+  fesD_SubstructureSystem s = sub.Get();
+  const QELSimCSetID subSets[] = {s.retainedNodes(), s.retainedDofs(), s.recoveryNodes(),
+                                  s.recoveryElements()};
+  for (QELSimCSetID set : subSets) EXPECT_EQ(set, QELSimCSetID());
+  EXPECT_TRUE(!s.damping());
+}
+
+TEST(DerivedHolders, EmptyOnesReportAndGoOn) {
+  CaptureErr err;
+  fesD_GenericSystemHolder generic;
+  fesD_ModalSystemHolder modal;
+  fesD_SubstructureSystemHolder sub;
+  generic.FESystemSubobject();
+  modal.FESystemSubobject();
+  sub.FESystemSubobject();
+  EXPECT_EQ(err.Take(),
+            "**ERROR fesD_GenericSystemHolder::FESystemSubobject: called on an empty holder\n"
+            "**ERROR fesD_ModalSystemHolder::FESystemSubobject: called on an empty holder\n"
+            "**ERROR fesD_SubstructureSystemHolder::FESystemSubobject: called on an empty "
+            "holder\n");
+  fesD_FESystemHolderMoveSrc nothing = modal.ReleaseAsFESystem();
+  EXPECT_EQ(nothing.object, nullptr);
+  EXPECT_EQ(err.Take(), "");
+
+  // An empty derived handle has an empty FE system part.
+  fesD_ModalSystem noModal;
+  EXPECT_STREQ(noModal.systemName().cStr(), "");
+  EXPECT_EQ(noModal.events().count(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR fesD_FESystem::systemName: called on an empty handle\n"
+            "**ERROR fesD_ModalSystem::events: called on an empty handle\n"
+            "**ERROR gbb_Array::count: called on an empty handle\n");
+  fesD_SubstructureSystem noSub;
+  EXPECT_TRUE(!noSub.damping());
+  fesD_SubDampHolder offered = fesD_SubDamp::New(0);
+  EXPECT_TRUE(!noSub.Damping(offered));
+  EXPECT_TRUE(offered.IsEmpty());
+  EXPECT_EQ(err.Take(),
+            "**ERROR fesD_SubstructureSystem::damping: called on an empty handle\n"
+            "**ERROR fesD_SubstructureSystem::Damping: called on an empty handle\n");
+}
+
+TEST_F(DerivedSystems, ATamperedFESystemPartIsReportedWithoutACrash) {
+  Build();
+  RawWriteClass(file, kSystems + "/2/#base", "com.trevolo.Mesh");
+  RawDelete(file, kSystems + "/3/#base");
+  RawDelete(file, kSystems + "/1/#base/#simpleTypeMembers");
+  msfD_Root root(0);
+  CaptureErr err;
+  auto systems = Systems(root);
+  // The part is opened for its whole: its class attribute is not read.
+  fesD_ModalSystem modal(systems.get(kModal));
+  EXPECT_STREQ(modal.systemName().cStr(), "modal");
+  EXPECT_EQ(err.Take(), "");
+
+  fesD_FESystem generic = systems.get(kGeneric);
+  EXPECT_STREQ(generic.systemName().cStr(), "");
+  EXPECT_EQ(err.Take(),
+            "**ERROR hdf_Group::DatasetOpen: cannot open dataset #simpleTypeMembers in " +
+                kSystems + "/1/#base of file " + file +
+                "\n**ERROR fesD_FESystemImpl::LoadMembers: error 2 loading class data\n");
+  EXPECT_EQ(fesD_GenericSystem(generic).loads(), C(14));
+
+  fesD_FESystem sub = systems.get(kSub);
+  EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupOpen: cannot open group #base in " + kSystems +
+                            "/3 of file " + file + "\n");
+  EXPECT_FALSE(sub.nodalLabels().IsValid());
+  EXPECT_EQ(err.Take(), "**ERROR fesD_FESystemImpl::LoadMembers: error 2 loading class data\n");
+  fesD_SubstructureSystem whole(sub);
+  ASSERT_FALSE(!whole);
+  EXPECT_EQ(whole.dofs(), C(44));
+  EXPECT_EQ(whole.damping().beta(), kBeta);
+  EXPECT_EQ(err.Take(), "");
+}
