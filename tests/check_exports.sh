@@ -33,6 +33,9 @@ need "fesD_NodalDofDefinition::WritePermutation(QELSimCollectionID) const"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int, int const*)"
 need "fesD_NodalDofDefinition::SetupSolverDofs(int const*, int const*)"
 need "fesD_NodalDofDefinition::SolverDofsFromNodes(bool const*, int&) const"
+# The node label conversions.
+need "fesD_Utilities::InternalToUserNodes(fesD_FESystem, int&)"
+need "fesD_Utilities::UserToInternalNodes(fesD_FESystem, int&)"
 # The maps, their iterators and the int-keyed tree, for every element type.
 for t in QELSimDSetID QELSimDistributionID QELSimCSetID QELSimCollectionID ada_string \
          double float long int "unsigned char" bool ada_none; do
