@@ -3,8 +3,7 @@
 // dimension set and the node count, one transfer fills the array.
 #include "fes/fesD_Utilities.h"
 
-#include <cstring>
-
+#include "fes/fesD_NodalValues.h"
 #include "platform/QELSimService.h"
 #include "platform/aio_ostream.h"
 #include "platform/mem.h"
@@ -29,22 +28,8 @@ int* fesD_Utilities::InternalToUserNodes(fesD_FESystem system, int& count) {
   // The service has said why it found no drawer; no nodes is the answer
   // that lets the caller go on.
   if (drawers.Size() == 0) return NewInts(0);
-  QELSimPersistentDrawerDesc& drawer = drawers[0];
-  const QELSimCSetID nodeOrder = drawer.DimensionSets()[0];
-  const int n = drawer.DataSizeItems(0);
-  const size_t bytes = mem_ArraySize(n, sizeof(int));
-  int* user = NewInts(n);
-  // A read that fails (after the service's message) leaves labels 0, which
-  // the inverse skips, rather than whatever the allocator left.
-  std::memset(user, 0, bytes);
-  QELSimTransfer transfer(labels);
-  transfer.SetRead();
-  transfer.SetBufferPadding(false);
-  transfer.SetDim(0, nodeOrder);
-  transfer.CheckView();
-  transfer.SetBuffer(0, user, bytes);
-  transfer.ExecRead();
-  transfer.RelinquishBuffers();
+  const int n = drawers[0].DataSizeItems(0);
+  int* user = fesD_ReadNodalValues(labels, drawers[0], n);
   count = n;
   return user;
 }

@@ -7,6 +7,8 @@
 // size fails to allocate instead of wrapping.
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
 
+#include "fes/fesD_NodalValues.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -72,23 +74,9 @@ fesD_NodalDofDefinition::fesD_NodalDofDefinition(QELSimDistributionID masks, int
   if (!(distribution.NumDrawers() == 1)) FailAssertion("distribution.NumDrawers() == 1");
   QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
   distribution.QueryDrawers(drawers);
-  QELSimPersistentDrawerDesc& drawer = drawers[0];
-  const QELSimCSetID nodeOrder = drawer.DimensionSets()[0];
-  m_numNodes = drawer.DataSizeItems(0);
+  m_numNodes = drawers[0].DataSizeItems(0);
   CheckNodeCount(m_numNodes);
-  const size_t bytes = mem_ArraySize(m_numNodes, sizeof(int));
-  m_activityMasks = NewInts(m_numNodes);
-  // A read that fails (after the service's message) leaves no DOFs rather
-  // than whatever the allocator left in the buffer.
-  std::memset(m_activityMasks, 0, bytes);
-  QELSimTransfer transfer(masks);
-  transfer.SetRead();
-  transfer.SetBufferPadding(false);
-  transfer.SetDim(0, nodeOrder);
-  transfer.CheckView();
-  transfer.SetBuffer(0, m_activityMasks, bytes);
-  transfer.ExecRead();
-  transfer.RelinquishBuffers();
+  m_activityMasks = fesD_ReadNodalValues(masks, drawers[0], m_numNodes);
   InitialiseTables(shift, addLabel10);
 }
 
