@@ -17,6 +17,7 @@
 
 namespace {
 
+const char kMesh[] = "/sim/discreteModel/mesh";
 const char kSystems[] = "/sim/discreteModel/mesh/systems";
 
 // Reads every member of every object below the sim; returns how many
@@ -67,8 +68,9 @@ int TouchEverything(const msfD_Sim& sim) {
 
 class BadInput : public testing::Test {
  protected:
-  // A database of seven objects: model, mesh with a node set, a plain
-  // system, a modal system with one event, a substructure with damping.
+  // A database of eight objects: model, mesh with a node set, a plain
+  // system, a modal system with one event, a substructure with damping and
+  // one without.
   void MakeDatabase() {
     msfD_Root root(0);
     msfD_Sim sim = root.createSim(file.c_str(), "", 0);
@@ -94,6 +96,10 @@ class BadInput : public testing::Test {
         QELSimCollectionID(c, 11), QELSimCollectionID(c, 12), 0);
     sub.Get().Damping(fesD_SubDamp::New(0)).Beta(0.5);
     systems.add(sub.ReleaseAsFESystem());
+    systems.add(fesD_SubstructureSystem::New("bare", QELSimDistributionID(), QELSimDistributionID(),
+                                             QELSimCollectionID(), QELSimCollectionID(),
+                                             QELSimCollectionID(), 0)
+                    .ReleaseAsFESystem());
   }
 
   ScratchDir dir;
@@ -149,7 +155,7 @@ TEST_F(BadInput, CreatingNeedsADirectoryAndANewFile) {
   EXPECT_EQ(ReadWholeFile(file), before);
   // The refused name is free again: the database opens as before.
   msfD_Sim sim = root.openSimReadOnly(file.c_str(), "x", 0);
-  EXPECT_EQ(TouchEverything(sim), 7);
+  EXPECT_EQ(TouchEverything(sim), 8);
   EXPECT_EQ(err.Take(), "");
 }
 
@@ -178,7 +184,7 @@ TEST_F(BadInput, TruncatedCopiesAreRefusedAndTheOriginalStaysIntact) {
   EXPECT_EQ(OpenObjects(), 0);
   EXPECT_EQ(ReadWholeFile(file), whole);
   msfD_Root root(0);
-  EXPECT_EQ(TouchEverything(root.openSimReadOnly(file.c_str(), "", 0)), 7);
+  EXPECT_EQ(TouchEverything(root.openSimReadOnly(file.c_str(), "", 0)), 8);
 }
 
 // One stored object whose members dataset is tampered with.
@@ -272,7 +278,7 @@ TEST_F(BadInput, ATruncatedMembersDatasetKeepsWhatWasReadBeforeTheCut) {
   EXPECT_EQ(mesh.nodeSets().count(), 0);
   EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n");
   // The rest of the tree is not affected.
-  EXPECT_EQ(mesh.systems().count(), 3);
+  EXPECT_EQ(mesh.systems().count(), 4);
   EXPECT_STREQ(mesh.systems().get(0).systemName().cStr(), "plain");
   EXPECT_EQ(err.Take(), "");
 }
@@ -302,7 +308,7 @@ TEST_F(BadInput, RandomMembersBytesGiveALoadErrorAndNothingWorse) {
       EXPECT_EQ(t.read(sim), 1);
       std::string text = err.Take();
       EXPECT_TRUE(text == LoadError(t, 1) || text == LoadError(t, 2)) << text;
-      EXPECT_EQ(TouchEverything(sim), 7);
+      EXPECT_EQ(TouchEverything(sim), 8);
     }
     WriteWholeFile(file, pristine);
     EXPECT_EQ(RawDatasetBytes(file, members), stored);
@@ -324,24 +330,24 @@ TEST_F(BadInput, RepositorySizesThatDoNotMatchTheElements) {
     H5Fclose(f);
   };
 
-  writeSize(5);
+  writeSize(6);
   {
     msfD_Root root(0);
     CaptureErr err;
     msfD_Sim sim = root.openSimReadOnly(file.c_str(), "", 0);
     auto systems = sim.discreteModel().mesh().systems();
-    EXPECT_EQ(systems.count(), 5);
+    EXPECT_EQ(systems.count(), 6);
     EXPECT_STREQ(systems.get(2).systemName().cStr(), "sub");
     EXPECT_EQ(err.Take(), "");
     // An element without a group: the open fails, the element stays empty and is tried again.
-    EXPECT_TRUE(!systems.get(3));
-    const std::string missing = "**ERROR hdf_Group::GroupOpen: cannot open group 3 in " +
+    EXPECT_TRUE(!systems.get(4));
+    const std::string missing = "**ERROR hdf_Group::GroupOpen: cannot open group 4 in " +
                                 std::string(kSystems) + " of file " + file +
                                 "\n**ERROR fesD_FESystemHolder::Open: class  is not registered\n";
     EXPECT_EQ(err.Take(), missing);
-    EXPECT_TRUE(!systems.get(3));
+    EXPECT_TRUE(!systems.get(4));
     EXPECT_EQ(err.Take(), missing);
-    gbb_SimpleLink link(sim.Path(), "#/discreteModel/mesh/systems/:4");
+    gbb_SimpleLink link(sim.Path(), "#/discreteModel/mesh/systems/:5");
     EXPECT_TRUE(link.Get(0).IsEmpty());
     EXPECT_EQ(link.Stale(), 4);
     err.Take();
@@ -413,8 +419,202 @@ TEST_F(BadInput, DerivedSystemsWithoutTheirBaseOrWithAForeignOne) {
     EXPECT_EQ(err.Take(), "");
     EXPECT_STREQ(system.systemName().cStr(), "");
     EXPECT_EQ(err.Take(), "**ERROR fesD_FESystemImpl::LoadMembers: error 2 loading class data\n");
-    EXPECT_EQ(TouchEverything(sim), 7);
+    EXPECT_EQ(TouchEverything(sim), 8);
   }
+}
+
+// The three lines every empty holder of a schema class prints: Bind,
+// SetPath, and Traverse of an empty part made for an outer interface.
+template <class Holder>
+void ExpectEmptyHolderLines(CaptureErr& err, const std::string& name) {
+  SCOPED_TRACE(name);
+  Holder holder;
+  holder.Bind(gbb_Group());
+  holder.SetPath(gbb_Path(), 0);
+  Holder part(typename Holder::Token(nullptr, 2));
+  gbb_TraverseContext context(gbb_Path(), "x", 0, nullptr);
+  EXPECT_TRUE(part.Traverse(context).IsEmpty());
+  EXPECT_EQ(err.Take(), "**ERROR " + name + "::Bind: called on an empty holder\n**ERROR " + name +
+                            "::SetPath: called on an empty holder\n**ERROR " + name +
+                            "::Traverse: called on an empty base holder\n");
+  EXPECT_TRUE(!holder.Get());
+}
+
+TEST(EmptyHandles, EveryClassReportsEachOperationAndGoesOn) {
+  CaptureErr err;
+  auto setter = [](const char* handle, const char* access) {
+    return std::string("**ERROR ") + handle + ": called on an empty handle\n**ERROR " + access +
+           "::members: called on an empty object\n";
+  };
+  auto getter = [](const char* handle) {
+    return std::string("**ERROR ") + handle + ": called on an empty handle\n";
+  };
+
+  msfD_Sim sim;
+  EXPECT_TRUE(!sim.discreteModel());
+  EXPECT_EQ(err.Take(), getter("msfD_Sim::discreteModel"));
+  EXPECT_TRUE(
+      !sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0)));
+  EXPECT_EQ(err.Take(), getter("msfD_Sim::DiscreteModel"));
+  EXPECT_TRUE(!sim.schemaSnapshot());
+  EXPECT_EQ(err.Take(), getter("msfD_Sim::schemaSnapshot"));
+  EXPECT_TRUE(!sim.distributionService());
+  EXPECT_EQ(err.Take(), getter("msfD_Sim::distributionService"));
+  msfD_SimHolder simHolder;
+  simHolder.Bind(QELSimContextID(), gbb_Group());
+  simHolder.SetPath(gbb_Root(), 0);
+  EXPECT_EQ(err.Take(),
+            "**ERROR msfD_SimHolder::Bind: called on an empty holder\n"
+            "**ERROR msfD_SimHolder::SetPath: called on an empty holder\n");
+
+  msfD_DiscreteModel model;
+  EXPECT_FALSE(model.vectors().IsValid());
+  EXPECT_EQ(err.Take(), getter("msfD_DiscreteModel::vectors"));
+  model.LocalNodeSets(ada_MapString<QELSimCSetID>());
+  EXPECT_EQ(err.Take(), setter("msfD_DiscreteModel::LocalNodeSets", "msfD_DiscreteModelAccess"));
+  EXPECT_TRUE(!model.mesh());
+  EXPECT_EQ(err.Take(), getter("msfD_DiscreteModel::mesh"));
+  EXPECT_TRUE(!model.Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0)));
+  EXPECT_EQ(err.Take(), getter("msfD_DiscreteModel::Mesh"));
+
+  msfD_Mesh mesh;
+  EXPECT_EQ(mesh.elementFields().count(), 0);
+  EXPECT_EQ(err.Take(), getter("msfD_Mesh::elementFields"));
+  mesh.LagrangeNodes(QELSimCSetID(1, 2, 3));
+  EXPECT_EQ(err.Take(), setter("msfD_Mesh::LagrangeNodes", "msfD_MeshAccess"));
+  EXPECT_TRUE(!mesh.systems().add(
+      fesD_FESystem::New("x", QELSimDistributionID(), QELSimDistributionID(), 0)));
+  EXPECT_EQ(err.Take(),
+            getter("msfD_Mesh::systems") + "**ERROR gbb_Array::add: called on an empty handle\n");
+
+  fesD_FESystem system;
+  EXPECT_EQ(system.distributions().count(), 0);
+  EXPECT_EQ(err.Take(), getter("fesD_FESystem::distributions"));
+  system.NodalLabels(QELSimDistributionID(1, 2));
+  EXPECT_EQ(err.Take(), setter("fesD_FESystem::NodalLabels", "fesD_FESystemAccess"));
+
+  // A derived handle reports its own members under its own name and the FE
+  // system members under the FE system's.
+  fesD_GenericSystem generic;
+  EXPECT_FALSE(generic.loads().IsValid());
+  EXPECT_EQ(err.Take(), getter("fesD_GenericSystem::loads"));
+  generic.Dofs(QELSimCollectionID(1, 2));
+  EXPECT_EQ(err.Take(), setter("fesD_GenericSystem::Dofs", "fesD_GenericSystemAccess"));
+  EXPECT_STREQ(generic.systemName().cStr(), "");
+  EXPECT_EQ(err.Take(), getter("fesD_FESystem::systemName"));
+  generic.SystemName("x");
+  EXPECT_EQ(err.Take(), setter("fesD_FESystem::SystemName", "fesD_FESystemAccess"));
+
+  fesD_ModalSystem modal;
+  EXPECT_EQ(modal.propertyEvaluation(), 0.0);
+  EXPECT_EQ(err.Take(), getter("fesD_ModalSystem::propertyEvaluation"));
+  modal.AcousticModes(QELSimCSetID(1, 2, 3));
+  EXPECT_EQ(err.Take(), setter("fesD_ModalSystem::AcousticModes", "fesD_ModalSystemAccess"));
+  EXPECT_EQ(modal.events().count(), 0);
+  EXPECT_EQ(err.Take(), getter("fesD_ModalSystem::events") +
+                            "**ERROR gbb_Array::count: called on an empty handle\n");
+  EXPECT_TRUE(!modal.events().get(0));
+  EXPECT_EQ(err.Take(), getter("fesD_ModalSystem::events") +
+                            "**ERROR gbb_Array::get: called on an empty handle\n");
+
+  fesD_ModalEvent event;
+  EXPECT_EQ(event.eventTypeID(), 0);
+  EXPECT_EQ(err.Take(), getter("fesD_ModalEvent::eventTypeID"));
+  event.EventName("x");
+  EXPECT_EQ(err.Take(), setter("fesD_ModalEvent::EventName", "fesD_ModalEventAccess"));
+
+  fesD_SubstructureSystem sub;
+  EXPECT_FALSE(sub.recoveryElements().IsValid());
+  EXPECT_EQ(err.Take(), getter("fesD_SubstructureSystem::recoveryElements"));
+  sub.DofTypes(QELSimCollectionID(1, 2));
+  EXPECT_EQ(err.Take(),
+            setter("fesD_SubstructureSystem::DofTypes", "fesD_SubstructureSystemAccess"));
+  EXPECT_TRUE(!sub.damping());
+  EXPECT_EQ(err.Take(), getter("fesD_SubstructureSystem::damping"));
+  EXPECT_TRUE(!sub.Damping(fesD_SubDamp::New(0)));  // the offered damping is destroyed
+  EXPECT_EQ(err.Take(), getter("fesD_SubstructureSystem::Damping"));
+
+  fesD_SubDamp damping;
+  EXPECT_EQ(damping.mass(), 0.0);
+  EXPECT_EQ(err.Take(), getter("fesD_SubDamp::mass"));
+  damping.Volume(2.0);
+  EXPECT_EQ(err.Take(), setter("fesD_SubDamp::Volume", "fesD_SubDampAccess"));
+  EXPECT_EQ(damping.volume(), 0.0);  // the invalid access stored nothing anywhere
+  EXPECT_EQ(err.Take(), getter("fesD_SubDamp::volume"));
+
+  ExpectEmptyHolderLines<msfD_DiscreteModelHolder>(err, "msfD_DiscreteModelHolder");
+  ExpectEmptyHolderLines<msfD_MeshHolder>(err, "msfD_MeshHolder");
+  ExpectEmptyHolderLines<fesD_FESystemHolder>(err, "fesD_FESystemHolder");
+  ExpectEmptyHolderLines<fesD_GenericSystemHolder>(err, "fesD_GenericSystemHolder");
+  ExpectEmptyHolderLines<fesD_ModalSystemHolder>(err, "fesD_ModalSystemHolder");
+  ExpectEmptyHolderLines<fesD_ModalEventHolder>(err, "fesD_ModalEventHolder");
+  ExpectEmptyHolderLines<fesD_SubstructureSystemHolder>(err, "fesD_SubstructureSystemHolder");
+  ExpectEmptyHolderLines<fesD_SubDampHolder>(err, "fesD_SubDampHolder");
+
+  EXPECT_TRUE(fesD_GenericSystemHolder().FESystemSubobject().IsEmpty());
+  EXPECT_TRUE(fesD_ModalSystemHolder().FESystemSubobject().IsEmpty());
+  EXPECT_TRUE(fesD_SubstructureSystemHolder().FESystemSubobject().IsEmpty());
+  EXPECT_EQ(err.Take(),
+            "**ERROR fesD_GenericSystemHolder::FESystemSubobject: called on an empty holder\n"
+            "**ERROR fesD_ModalSystemHolder::FESystemSubobject: called on an empty holder\n"
+            "**ERROR fesD_SubstructureSystemHolder::FESystemSubobject: called on an empty "
+            "holder\n");
+}
+
+TEST_F(BadInput, AReadOnlyDatabaseRefusesEveryWriteAndStaysByteIdentical) {
+  MakeDatabase();
+  const std::string before = ReadWholeFile(file);
+  const std::string systemsIn = std::string(kSystems);
+  const std::string ofFile = " of file " + file + ": file is read-only\n";
+  {
+    msfD_Root root(0);
+    CaptureErr err;
+    msfD_Sim sim = root.openSimReadOnly(file.c_str(), "", 0);
+    int c = sim.distributionService().Context().Number();
+    // Setters: the commit's write is refused.
+    msfD_Mesh mesh = sim.discreteModel().mesh();
+    mesh.Faces(QELSimCollectionID(c, 30));
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Dataset::Write: cannot write " + std::string(kMesh) +
+                              "/#simpleTypeMembers" + ofFile);
+    auto systems = mesh.systems();
+    systems.get(0).SystemName("renamed");  // a longer stream: the dataset would grow
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Dataset::Extend: cannot extend " + systemsIn +
+                              "/0/#simpleTypeMembers" + ofFile);
+    fesD_SubDamp damping = fesD_SubstructureSystem(systems.get(2)).damping();
+    damping.Mass(9.0);
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Dataset::Write: cannot write " + systemsIn +
+                              "/2/damping/#simpleTypeMembers" + ofFile);
+    EXPECT_EQ(damping.mass(), 9.0);  // the edit lives on in memory only
+    // Sub-object setters: an empty slot takes the object, but its group
+    // cannot be made; an occupied one refuses before touching the file.
+    fesD_SubstructureSystem bare(systems.get(3));
+    EXPECT_FALSE(!bare.Damping(fesD_SubDamp::New(0)));
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group damping in " +
+                              systemsIn + "/3" + ofFile);
+    sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+    EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
+    // Array adds: neither the element group nor the new size is written.
+    systems.add(fesD_FESystem::New("new", QELSimDistributionID(), QELSimDistributionID(), 0));
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group 4 in " + systemsIn +
+                              ofFile +
+                              "**ERROR hdf_Attribute::Write: cannot write attribute #size in " +
+                              systemsIn + ofFile);
+    EXPECT_EQ(systems.count(), 5);
+    fesD_ModalSystem(systems.get(1))
+        .events()
+        .add(fesD_ModalEvent::New("e1", 1, QELSimCollectionID(), QELSimCollectionID(), 0));
+    EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group 1 in " + systemsIn +
+                              "/1/events" + ofFile +
+                              "**ERROR hdf_Attribute::Write: cannot write attribute #size in " +
+                              systemsIn + "/1/events" + ofFile);
+  }
+  EXPECT_EQ(ReadWholeFile(file), before);
+  msfD_Root root(0);
+  CaptureErr err;
+  msfD_Sim sim = root.openSimReadOnly(file.c_str(), "", 0);
+  EXPECT_EQ(TouchEverything(sim), 8);
+  EXPECT_FALSE(sim.discreteModel().mesh().faces().IsValid());
+  EXPECT_EQ(err.Take(), "");
 }
 
 }  // namespace
