@@ -87,6 +87,20 @@ std::string RawClass(const std::string& file, const std::string& group) {
   return reinterpret_cast<const char*>(bytes);
 }
 
+std::vector<int> RawInts(const std::string& file, const std::string& object,
+                         const std::string& attribute) {
+  File f(file, false);
+  std::vector<int> values;
+  if (H5Aexists_by_name(f.id, object.c_str(), attribute.c_str(), H5P_DEFAULT) <= 0) return values;
+  hid_t a = H5Aopen_by_name(f.id, object.c_str(), attribute.c_str(), H5P_DEFAULT, H5P_DEFAULT);
+  hid_t s = H5Aget_space(a);
+  values.resize(static_cast<size_t>(H5Sget_simple_extent_npoints(s)));
+  if (!values.empty()) H5Aread(a, H5T_NATIVE_INT, values.data());
+  H5Sclose(s);
+  H5Aclose(a);
+  return values;
+}
+
 void PutInt(Bytes& out, int value) {
   unsigned u = static_cast<unsigned>(value);
   for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(u >> (8 * i)));

@@ -20,6 +20,10 @@ void RawDelete(const std::string& file, const std::string& object, const char* a
 std::vector<std::string> RawChildren(const std::string& file, const std::string& group);
 // The NUL-terminated text of a group's "class" attribute.
 std::string RawClass(const std::string& file, const std::string& group);
+// The elements of an integer attribute of an object, all dimensions flattened
+// (empty when the attribute is missing).
+std::vector<int> RawInts(const std::string& file, const std::string& object,
+                         const std::string& attribute);
 
 // Little-endian encoders for expected stream bytes.
 void PutInt(Bytes& out, int value);
