@@ -76,12 +76,10 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
         m_connected(true),
         m_path(parent, gbb_Root(), index),
         m_elements(0) {
-    int n = m_repository.ReadSize();
-    m_elements.reserve(n);
-    for (int i = 0; i < n; ++i) {
-      THolder empty;
-      m_elements.append(empty, 1);
-    }
+    // One pass of empty holders: opening an array must cost next to nothing
+    // whatever its size, since only the elements asked for are read.
+    THolder empty;
+    m_elements.append(empty, m_repository.ReadSize());
   }
   // Elements are closed last first by the buffer's destructor.
   ~gbb_ArrayImpl() {}

@@ -138,10 +138,11 @@ void gbb_Repository::WriteSize(int size) const {
   attribute.Write(hdf_Datatype::NATIVE_INT(), &size);
 }
 
-bool gbb_Dataset::CheckShape(const char* operation) const {
+bool gbb_Dataset::Shape(const char* operation, hdf_Dataspace* space, hsize_t* length) const {
   if (!m_dataset.IsValid()) return false;
-  hdf_Dataspace space = m_dataset.Space();
-  if (!space.IsValid() || space.Dimensions().Count() != 1) {
+  *space = m_dataset.Space();
+  hdf_DimensionList dims = space->Dimensions();
+  if (!space->IsValid() || dims.Count() != 1) {
     ReportGroup(operation, m_group.Platform(), "members dataset is not one-dimensional");
     return false;
   }
@@ -149,38 +150,46 @@ bool gbb_Dataset::CheckShape(const char* operation) const {
     ReportGroup(operation, m_group.Platform(), "members dataset does not hold bytes");
     return false;
   }
+  *length = dims[0];
   return true;
 }
 
 int gbb_Dataset::Size() const {
-  if (!CheckShape("gbb_Dataset::Size")) return 0;
-  hsize_t n = m_dataset.Space().Dimensions()[0];
+  hdf_Dataspace space;
+  hsize_t n = 0;
+  if (!Shape("gbb_Dataset::Size", &space, &n)) return 0;
   return n > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(n);
 }
 
 int gbb_Dataset::Write(const void* bytes, int count, int64_t offset) const {
-  if (count <= 0 || offset < 0 || !CheckShape("gbb_Dataset::Write")) return 0;
+  if (count <= 0 || offset < 0) return 0;
+  hdf_Dataspace file, memory;
+  hsize_t length = 0;
+  if (!Shape("gbb_Dataset::Write", &file, &length)) return 0;
   hdf_Dataset dataset = m_dataset;  // shares the open dataset
   hsize_t end = static_cast<hsize_t>(offset) + static_cast<hsize_t>(count);
-  if (dataset.Space().Dimensions()[0] < end && !dataset.Extend(hdf_DimensionList{end})) return 0;
-  hdf_Dataspace file, memory;
+  if (length < end) {
+    if (!dataset.Extend(hdf_DimensionList{end})) return 0;
+    file = dataset.Space();  // the extended extent
+  }
   if (!Select(offset, count, &file, &memory)) return 0;
   return dataset.Write(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? count : 0;
 }
 
 int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {
-  if (count <= 0 || offset < 0 || !CheckShape("gbb_Dataset::Read")) return 0;
-  int64_t available = static_cast<int64_t>(Size()) - offset;
+  if (count <= 0 || offset < 0) return 0;
+  hdf_Dataspace file, memory;
+  hsize_t length = 0;
+  if (!Shape("gbb_Dataset::Read", &file, &length)) return 0;
+  if (length > 0x7FFFFFFF) length = 0x7FFFFFFF;  // as Size() answers
+  int64_t available = static_cast<int64_t>(length) - offset;
   if (available <= 0) return 0;
   int n = available < count ? static_cast<int>(available) : count;
-  hdf_Dataspace file, memory;
   if (!Select(offset, n, &file, &memory)) return 0;
   return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? n : 0;
 }
 
-bool gbb_Dataset::Select(int64_t offset, int count, hdf_Dataspace* file,
-                         hdf_Dataspace* memory) const {
-  *file = m_dataset.Space();
+bool gbb_Dataset::Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory) {
   if (!file->SelectHyperslab(hdf_DimensionList{static_cast<hsize_t>(offset)},
                              hdf_DimensionList{static_cast<hsize_t>(count)})) {
     return false;

@@ -90,10 +90,12 @@ class DDB_API gbb_Dataset {
   int Read(void* bytes, int count, int64_t offset) const;
 
  private:
-  // The dataset is one-dimensional; otherwise a message and false.
-  bool CheckShape(const char* operation) const;
-  // The file selection of `count` bytes at `offset` and the matching memory space.
-  bool Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory) const;
+  // The current dataspace and its length when the dataset is one-dimensional
+  // and holds bytes; otherwise a message and false. Each operation asks HDF5 for the space
+  // once: on a members dataset that is a good part of the cost of a load.
+  bool Shape(const char* operation, hdf_Dataspace* space, hsize_t* length) const;
+  // Selects `count` bytes at `offset` in `file` and makes the matching memory space.
+  static bool Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory);
 
   gbb_Group m_group;
   hdf_Dataset m_dataset;
