@@ -91,8 +91,8 @@ class DDB_API gbb_Dataset {
 
  private:
   // The current dataspace and its length when the dataset is one-dimensional
-  // and holds bytes; otherwise a message and false. Each operation asks HDF5 for the space
-  // once: on a members dataset that is a good part of the cost of a load.
+  // and holds bytes; otherwise a message and false. Each operation asks HDF5
+  // for the space once: on a members dataset that is much of a load's cost.
   bool Shape(const char* operation, hdf_Dataspace* space, hsize_t* length) const;
   // Selects `count` bytes at `offset` in `file` and makes the matching memory space.
   static bool Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory);

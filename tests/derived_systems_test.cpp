@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -33,11 +32,6 @@ void Record(Bytes& body, int index, unsigned char tag) {
   body.push_back(0x03);
   PutInt(body, index);
   body.push_back(tag);
-}
-void PutDouble(Bytes& out, double value) {
-  unsigned char bytes[8];
-  std::memcpy(bytes, &value, 8);  // the test hosts are little-endian, like the format
-  out.insert(out.end(), bytes, bytes + 8);
 }
 
 class DerivedSystems : public testing::Test {

@@ -6,8 +6,6 @@
 // with it the file format) cannot go unnoticed.
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,9 +34,7 @@ class Records {
   }
   Records& Real(int index, double value) {
     Tag(index, 0x06);
-    uint64_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    for (int i = 0; i < 8; ++i) m_body.push_back(static_cast<unsigned char>(bits >> (8 * i)));
+    PutDouble(m_body, value);
     return *this;
   }
   Records& Text(int index, const std::string& value) {

@@ -3,6 +3,8 @@
 #include <hdf5.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -117,6 +119,12 @@ void PutId(Bytes& out, int kind, unsigned first, unsigned second) {
 void PutString(Bytes& out, const std::string& text) {
   PutInt(out, static_cast<int>(text.size()));
   out.insert(out.end(), text.begin(), text.end());
+}
+
+void PutDouble(Bytes& out, double value) {
+  uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  for (int i = 0; i < 8; ++i) out.push_back(static_cast<unsigned char>(bits >> (8 * i)));
 }
 
 Bytes Stream(const Bytes& body) {

@@ -30,6 +30,8 @@ void PutInt(Bytes& out, int value);
 // The external form of a collection (kind 1), set (2) or distribution (3) identifier.
 void PutId(Bytes& out, int kind, unsigned first, unsigned second = 0);
 void PutString(Bytes& out, const std::string& text);
+// An IEEE double, little-endian.
+void PutDouble(Bytes& out, double value);
 // A whole stream: the length header, then `body`.
 Bytes Stream(const Bytes& body);
 
