@@ -283,7 +283,8 @@ TEST_F(StorageGroups, DatasetsOfAnotherShapeAreRefusedWithAMessage) {
   H5Dclose(d);
   H5Sclose(s);
   EXPECT_EQ(y.OpenDataset("#simpleTypeMembers").Read(bytes, 64, 0), 0);
-  EXPECT_EQ(err.Take(), "**ERROR gbb_Dataset::Read: members dataset does not hold bytes in /sim/y\n");
+  EXPECT_EQ(err.Take(),
+            "**ERROR gbb_Dataset::Read: members dataset does not hold bytes in /sim/y\n");
 }
 
 }  // namespace
