@@ -1,7 +1,8 @@
 // Generic, modal and substructure systems, modal events and damping, stored
 // in a mesh: the FE system part in "#base" and the derived part beside it,
 // conversions guarded by the stored class, the Bind and SetPath order of the
-// two parts, paths into events and damping, and the damping slot's rules.
+// two parts, paths and typed links into events and damping, and the
+// damping slot's rules. (The stored bytes are pinned in schema_golden_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "fes/fes.h"
+#include "persistence/gbb_TypedLink.h"
 #include "platform/QELSimService.h"
 #include "sim_schema/sim_schema.h"
 #include "support/capture.h"
@@ -198,115 +200,6 @@ TEST_F(DerivedSystems, EveryKindRoundTripsThroughTheMeshArrayAsAnFESystem) {
   EXPECT_TRUE(!fesD_SubDamp(gbb_Handle(e0)));
   EXPECT_TRUE(!fesD_GenericSystem(gbb_Handle()));
   EXPECT_EQ(err.Take(), "");
-}
-
-TEST_F(DerivedSystems, EachPartStoresItsOwnMembers) {
-  Build();
-  struct Group {
-    const char* path;
-    const char* classID;
-    Bytes body;
-  };
-  std::vector<Group> groups;
-
-  // An FE system part: systemName 3, nodalLabels 2, nodalActivityMask 1,
-  // distributions 0, userDistributions 4.
-  auto base = [](const char* name, unsigned first, int userEntries) {
-    Bytes body;
-    Record(body, 3, 0x07);
-    PutString(body, name);
-    Record(body, 2, 0x0A);
-    PutId(body, 3, first);
-    Record(body, 1, 0x0A);
-    PutId(body, 3, first + 1);
-    Record(body, 0, 0x4A);
-    PutInt(body, 0);
-    Record(body, 4, 0x3A);
-    PutInt(body, userEntries);
-    if (userEntries == 2) {
-      PutString(body, "x");
-      PutId(body, 3, 28);
-      PutString(body, "y");
-      PutId(body, 3, 29);
-    }
-    return body;
-  };
-  groups.push_back({"/1/#base", "com.trevolo.FESystem", base("generic", 11, 0)});
-  groups.push_back({"/2/#base", "com.trevolo.FESystem", base("modal", 21, 0)});
-  groups.push_back({"/3/#base", "com.trevolo.FESystem", base("sub", 41, 2)});
-
-  Bytes generic;  // dofs 0, loads 1
-  Record(generic, 0, 0x08);
-  PutId(generic, 1, 13);
-  Record(generic, 1, 0x08);
-  PutId(generic, 1, 14);
-  groups.push_back({"/1", "com.trevolo.GenericSystem", generic});
-
-  Bytes modal;  // declaration order; "events" (2) is a sub-object
-  Record(modal, 1, 0x08);
-  PutId(modal, 1, 23);
-  Record(modal, 3, 0x08);
-  PutId(modal, 1, 24);
-  Record(modal, 4, 0x06);
-  PutDouble(modal, -0.125);
-  const int modalSets[] = {8, 7, 5, 6, 9, 0};
-  for (int i = 0; i < 6; ++i) {
-    Record(modal, modalSets[i], 0x09);
-    PutId(modal, 2, 25, i + 1);
-  }
-  groups.push_back({"/2", "com.trevolo.ModalSystem", modal});
-
-  Bytes event;  // eventName 3, eventTypeID 4, activeModes 0, frames 5, cases 1, maps 2 and 6
-  Record(event, 3, 0x07);
-  PutString(event, "e1");
-  Record(event, 4, 0x03);
-  PutInt(event, INT_MIN);
-  Record(event, 0, 0x09);
-  PutId(event, 2, 0xFFFFFFFFu, 0xFFFFFFFFu);
-  Record(event, 5, 0x08);
-  PutId(event, 1, 30);
-  Record(event, 1, 0x08);
-  PutId(event, 1, 31);
-  Record(event, 2, 0x4A);
-  PutInt(event, 0);
-  Record(event, 6, 0x3A);
-  PutInt(event, 0);
-  groups.push_back({"/2/events/1", "com.trevolo.ModalEvent", event});
-
-  Bytes sub;  // "dofTypes" sorts before "dofs"; "damping" (0) is a sub-object
-  Record(sub, 1, 0x08);
-  PutId(sub, 1, 43);
-  Record(sub, 2, 0x08);
-  PutId(sub, 1, 44);
-  Record(sub, 3, 0x08);
-  PutId(sub, 1, 45);
-  const int subSets[] = {7, 6, 5, 4};
-  for (int i = 0; i < 4; ++i) {
-    Record(sub, subSets[i], 0x09);
-    PutId(sub, 2, 46, i + 1);
-  }
-  groups.push_back({"/3", "com.trevolo.SubstructureSystem", sub});
-
-  Bytes damping;  // save order alpha, beta, structural, mass, volume
-  const int dampingIndex[] = {0, 1, 3, 2, 4};
-  const double dampingValue[] = {kAlpha, kBeta, kStructural, kMass, kVolume};
-  for (int i = 0; i < 5; ++i) {
-    Record(damping, dampingIndex[i], 0x06);
-    PutDouble(damping, dampingValue[i]);
-  }
-  groups.push_back({"/3/damping", "com.trevolo.SubDamp", damping});
-
-  for (const Group& g : groups) {
-    SCOPED_TRACE(g.path);
-    EXPECT_EQ(RawClass(file, kSystems + g.path), g.classID);
-    EXPECT_EQ(RawDatasetBytes(file, kSystems + g.path + "/#simpleTypeMembers"), Stream(g.body));
-  }
-  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
-            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
-  EXPECT_EQ(RawChildren(file, kSystems + "/1/#base"),
-            std::vector<std::string>{"#simpleTypeMembers"});
-  EXPECT_EQ(RawChildren(file, kSystems + "/4"),
-            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
 }
 
 TEST_F(DerivedSystems, StoredDampingAndModalRecordsLoadInAnyOrder) {
@@ -526,6 +419,19 @@ TEST_F(DerivedSystems, PathsReachEventsAndDampingByIndexAndName) {
   EXPECT_EQ(stale, 0);
   EXPECT_TRUE(find(":4/damping/:0", 0, &stale).IsEmpty());
   EXPECT_EQ(stale, 3);
+
+  // Typed links check the class of what they reach.
+  auto typed = [&top](const char* text) { return gbb_LinkHolder(new gbb_SimpleLink(&top, text)); };
+  gbb_LinkHolder toEvent = typed("#/discreteModel/mesh/systems/:2/events/:1");
+  gbb_LinkHolder toDamping = typed("#/discreteModel/mesh/systems/:3/damping");
+  gbb_LinkHolder toSim = typed("#/");
+  EXPECT_STREQ(gbb_TypedLink<fesD_ModalEvent>(toEvent.Get()).get(0).eventName().cStr(), "e1");
+  EXPECT_EQ(gbb_TypedLink<fesD_SubDamp>(toDamping.Get()).get(0).beta(), kBeta);
+  gbb_TypedLink<msfD_Mesh> wrong(toSim.Get());
+  EXPECT_TRUE(!wrong.get(0));
+  EXPECT_EQ(wrong.status(), 2);
+  EXPECT_EQ(gbb_TypedLink<msfD_Mesh>().status(), 1);
+  EXPECT_TRUE(!gbb_TypedLink<msfD_Mesh>().get(0));
   EXPECT_EQ(err.Take(), "");
 }
 
@@ -609,27 +515,6 @@ TEST_F(DerivedSystems, StoredDampingIsReadOnFirstUse) {
   }
   msfD_Root root(0);
   EXPECT_EQ(fesD_SubstructureSystem(Systems(root).get(kSub)).damping().alpha(), kAlpha);
-}
-
-TEST(DerivedHolders, NewSystemsStartWithNullSetsAndNoSubobjects) {
-  fesD_ModalSystemHolder modal =
-      fesD_ModalSystem::New("m", QELSimDistributionID(), QELSimDistributionID(),
-                            QELSimCollectionID(), QELSimCollectionID(), 0);
-  fesD_ModalSystem m = modal.Get();
-  EXPECT_EQ(m.propertyEvaluation(), 0.0);
-  const QELSimCSetID modalSets[] = {m.solverDofOrdering(), m.selectiveRecoveryNodes(),
-                                    m.residualModeDofs(),  m.residualModes(),
-                                    m.structuralModes(),   m.acousticModes()};
-  for (QELSimCSetID set : modalSets) EXPECT_EQ(set, QELSimCSetID());
-  EXPECT_EQ(m.events().count(), 0);
-  fesD_SubstructureSystemHolder sub = fesD_SubstructureSystem::New(
-      "s", QELSimDistributionID(), QELSimDistributionID(), QELSimCollectionID(),
-      QELSimCollectionID(), QELSimCollectionID(), 0);
-  fesD_SubstructureSystem s = sub.Get();
-  const QELSimCSetID subSets[] = {s.retainedNodes(), s.retainedDofs(), s.recoveryNodes(),
-                                  s.recoveryElements()};
-  for (QELSimCSetID set : subSets) EXPECT_EQ(set, QELSimCSetID());
-  EXPECT_TRUE(!s.damping());
 }
 
 TEST(DerivedHolders, EmptyOnesReportAndGoOn) {

@@ -46,34 +46,10 @@ TEST(EmptyHandles, EveryOperationReportsAndAnswersADefault) {
   EXPECT_EQ(err.Take(),
             "**ERROR msfD_Mesh::NodeSets: called on an empty handle\n"
             "**ERROR msfD_MeshAccess::members: called on an empty object\n");
-  EXPECT_TRUE(!mesh.systems());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::systems: called on an empty handle\n");
-  EXPECT_EQ(mesh.systems().count(), 0);
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_Mesh::systems: called on an empty handle\n"
-            "**ERROR gbb_Array::count: called on an empty handle\n");
-  msfD_DiscreteModel model;
-  EXPECT_TRUE(!model.Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0)));
-  EXPECT_EQ(err.Take(), "**ERROR msfD_DiscreteModel::Mesh: called on an empty handle\n");
-  EXPECT_TRUE(!model.mesh());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_DiscreteModel::mesh: called on an empty handle\n");
   msfD_Sim sim;
   EXPECT_TRUE(sim.Path().IsEmpty());
   EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
-  EXPECT_FALSE(sim.distributionService().IsValid());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::distributionService: called on an empty handle\n");
-  fesD_FESystem system;
-  EXPECT_STREQ(system.systemName().cStr(), "");
-  EXPECT_EQ(err.Take(), "**ERROR fesD_FESystem::systemName: called on an empty handle\n");
   EXPECT_TRUE(gbb_Handle(mesh).IsEmpty());
-
-  msfD_MeshHolder holder;
-  holder.Bind(gbb_Group());
-  holder.SetPath(gbb_Path(), 0);
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_MeshHolder::Bind: called on an empty holder\n"
-            "**ERROR msfD_MeshHolder::SetPath: called on an empty holder\n");
-  EXPECT_TRUE(!holder.Get());
 }
 
 TEST(Holders, TokensMoveOwnershipAndCloseDestroys) {
@@ -186,59 +162,6 @@ TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
   EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
   EXPECT_TRUE(second.IsSame(bound));
   EXPECT_EQ(second.vectors().CollectionMinor(), 1u);
-}
-
-TEST_F(Pattern, MeshMembersAreStoredInDeclarationOrderWithSortedIndices) {
-  {
-    msfD_Root root(0);
-    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-    int c = Context(sim);
-    msfD_DiscreteModel model = sim.DiscreteModel(
-        msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
-    msfD_Mesh mesh =
-        model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 12), QELSimCollectionID(c, 2), 0));
-    ada_MapString<QELSimCSetID> sets;
-    sets.insert("b", QELSimCSetID(c, 12, 5));
-    sets.insert("a", QELSimCSetID(c, 12, 4));
-    mesh.NodeSets(sets);
-  }
-  Bytes body;
-  // (member, index, tag): declaration order with indices from the sorted names.
-  const int scalarIndex[] = {12, 2, 3, 6, 15};
-  const unsigned scalarMinor[] = {12, 2, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu};
-  for (int i = 0; i < 5; ++i) {
-    body.push_back(0x03);
-    PutInt(body, scalarIndex[i]);
-    body.push_back(0x08);
-    PutId(body, 1, scalarMinor[i]);
-  }
-  body.push_back(0x03);
-  PutInt(body, 7);  // lagrangeNodes
-  body.push_back(0x09);
-  PutId(body, 2, 0xFFFFFFFFu, 0xFFFFFFFFu);
-  body.push_back(0x03);
-  PutInt(body, 11);  // nodeSets, in key order
-  body.push_back(0x39);
-  PutInt(body, 2);
-  PutString(body, "a");
-  PutId(body, 2, 12, 4);
-  PutString(body, "b");
-  PutId(body, 2, 12, 5);
-  const int emptySetMaps[] = {1, 5, 14};
-  for (int index : emptySetMaps) {
-    body.push_back(0x03);
-    PutInt(body, index);
-    body.push_back(0x39);
-    PutInt(body, 0);
-  }
-  const int fieldMaps[] = {9, 17, 4, 10, 0, 16, 13, 8};
-  for (int index : fieldMaps) {
-    body.push_back(0x03);
-    PutInt(body, index);
-    body.push_back(0x3A);
-    PutInt(body, 0);
-  }
-  EXPECT_EQ(RawDatasetBytes(file, "/sim/discreteModel/mesh/#simpleTypeMembers"), Stream(body));
 }
 
 TEST_F(Pattern, RecordsLoadInAnyOrderAndAStrayIndexStopsTheLoad) {
