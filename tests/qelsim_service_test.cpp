@@ -102,14 +102,7 @@ TEST_F(QELSimService, StoresCollectionsSetsAndDistributionsAcrossReopening) {
   EXPECT_EQ(Members(QELSimCSetID(n, 0, 0)), (std::vector<int>{3, 0, 7}));
   EXPECT_EQ(Members(QELSimCSetID(n, 1, 0)), std::vector<int>());
 
-  QELSimDistributionRef distribution(QELSimDistributionID(n, 0));
-  EXPECT_EQ(distribution.NumDrawers(), 1);
-  QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
-  distribution.QueryDrawers(drawers);
-  ASSERT_EQ(drawers.Size(), 1);
-  EXPECT_EQ(drawers[0].DimensionSets()[0], QELSimCSetID(n, 0, 0));
-  EXPECT_EQ(drawers[0].DataSizeItems(0), 3);
-  EXPECT_EQ(drawers[0].DataSizeItems(1), 0);
+  EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID(n, 0)).NumDrawers(), 1);
   EXPECT_EQ(ReadInt32(QELSimDistributionID(n, 0)), (std::vector<int>{30, 0, -70}));
   EXPECT_EQ(ReadInt32(QELSimDistributionID(n, none.DistributionMinor())), std::vector<int>());
   QELSimManager::CloseContext(reopened);
@@ -176,9 +169,6 @@ TEST_F(QELSimService, AReadOnlyContextLeavesTheFileUntouchedAndRefusesWrites) {
   EXPECT_EQ(QELSimDistributionRef::CreateInt32(QELSimCSetID(n, 0, 0), one), QELSimDistributionID());
   EXPECT_EQ(err.Take(),
             "**ERROR QELSimDistributionRef::CreateInt32: context " + ctx + " is read-only\n");
-  QELSimContextRef(reader).File().RootGroup().GroupCreate("x", 0);
-  EXPECT_EQ(err.Take(), "**ERROR hdf_Group::GroupCreate: cannot create group x in / of file " +
-                            path + ": file is read-only\n");
   QELSimManager::CloseContext(reader);
 
   struct stat after;
@@ -298,27 +288,18 @@ TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
   QELSimContextID context = Create(path);
   QELSimCollectionRef collection(QELSimCollectionRef::Create(context, 4));
   CaptureErr err;
-  const int outside[3] = {0, 4, 1};
-  EXPECT_EQ(collection.CreateOrderedCSet(outside, 3), QELSimCSetID());
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member 4 at position 1 is outside "
-            "the collection (collection 0 of size 4)\n");
-  const int twice[3] = {2, 0, 2};
-  EXPECT_EQ(collection.CreateOrderedCSet(twice, 3), QELSimCSetID());
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member 2 at position 2 occurs twice "
-            "(collection 0 of size 4)\n");
-  const int negative[1] = {-1};
-  EXPECT_EQ(collection.CreateOrderedCSet(negative, 1), QELSimCSetID());
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimCollectionRef::CreateOrderedCSet: member -1 at position 0 is outside "
-            "the collection (collection 0 of size 4)\n");
-  EXPECT_EQ(collection.CreateOrderedCSet(nullptr, 2), QELSimCSetID());
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimCollectionRef::CreateOrderedCSet: no members given (collection 0 of "
-            "size 4)\n");
-  EXPECT_EQ(collection.CreateOrderedCSet(twice, -1), QELSimCSetID());
-  EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::CreateOrderedCSet: negative count -1\n");
+  auto refused = [&](const int* members, int count) {
+    EXPECT_EQ(collection.CreateOrderedCSet(members, count), QELSimCSetID());
+    return err.Take();
+  };
+  const std::string said = "**ERROR QELSimCollectionRef::CreateOrderedCSet: ";
+  const std::string of = " (collection 0 of size 4)\n";
+  const int outside[3] = {0, 4, 1}, twice[3] = {2, 0, 2}, negative[1] = {-1};
+  EXPECT_EQ(refused(outside, 3), said + "member 4 at position 1 is outside the collection" + of);
+  EXPECT_EQ(refused(twice, 3), said + "member 2 at position 2 occurs twice" + of);
+  EXPECT_EQ(refused(negative, 1), said + "member -1 at position 0 is outside the collection" + of);
+  EXPECT_EQ(refused(nullptr, 2), said + "no members given" + of);
+  EXPECT_EQ(refused(twice, -1), said + "negative count -1\n");
   EXPECT_EQ(QELSimCollectionRef::Create(context, -2), QELSimCollectionID());
   EXPECT_EQ(err.Take(), "**ERROR QELSimCollectionRef::Create: negative size -2\n");
   EXPECT_EQ(QELSimDistributionRef::CreateInt32(collection.CreateOrderedCSet(outside, 1), nullptr),
@@ -427,20 +408,14 @@ TEST_F(QELSimService, OneFileUnderTwoNamesIsSharedBetweenItsContexts) {
   EXPECT_EQ(OpenObjects(), 0);
 }
 
-TEST_F(QELSimService, ContextsThatCannotBeMadeAreNullAfterOneLine) {
+// The file's own messages are pinned in the wrapper test; here, only that
+// the context is null and the open one unharmed.
+TEST_F(QELSimService, ContextsThatCannotBeMadeAreNull) {
   CaptureErr err;
-  std::string missing = dir.File("missing.h5");
-  EXPECT_TRUE(Open(missing, hdf_File::ReadOnly).IsNull());
-  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file " + missing + ": no such file\n");
-  EXPECT_EQ(Open(missing, hdf_File::ReadWrite).Number(), -1);
-  err.Take();
+  EXPECT_TRUE(Open(dir.File("missing.h5"), hdf_File::ReadWrite).IsNull());
   QELSimContextID open = Create(path);
   EXPECT_TRUE(Create(path).IsNull());
-  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Create: cannot create file " + path + ": it exists\n");
-  EXPECT_TRUE(
-      QELSimManager::CreateContext(path.c_str(), hdf_File::Truncate, 102, false, 1).IsNull());
-  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Create: cannot create file " + path +
-                            ": HDF5 refused (no permission, or the file is open)\n");
+  EXPECT_NE(err.Take(), "");
   EXPECT_EQ(QELSimCollectionRef::Create(open, 1), QELSimCollectionID(open.Number(), 0));
   QELSimManager::CloseContext(open);
 }
