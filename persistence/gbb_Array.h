@@ -22,6 +22,7 @@
 #include "persistence/gbb_Path.h"
 #include "persistence/gbb_TraverseContext.h"
 #include "platform/aio_ostream.h"
+#include "platform/hdf_File.h"
 #include "platform/mem.h"
 
 template <class T, class THolder, class TRepository, class TOwner>
@@ -109,6 +110,7 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     THolder& slot = m_elements[i];
     if (!slot.IsEmpty()) slot.SetPath(&m_path, i);
     if (m_connected) {
+      hdf_WriteBatch transaction(m_repository.Platform().Id());  // element, sub-tree and size
       gbb_Group group = m_repository.CreateElement(i);
       if (!slot.IsEmpty()) slot.Bind(group);
       m_repository.WriteSize(m_elements.count());

@@ -17,6 +17,7 @@
 #include "persistence/gbb_Path.h"
 #include "platform/aio_ostream.h"
 #include "platform/ddb_export.h"
+#include "platform/hdf_File.h"
 #include "platform/mem.h"
 
 // Base of every value record XMembers.
@@ -104,7 +105,10 @@ void gbb_SetSubobject(THolder& slot, THolder& offered, bool connected, const gbb
   slot = offered;
   if (slot.IsEmpty()) return;
   slot.SetPath(path, index);
-  if (connected) slot.Bind(group.CreateGroup(name));
+  if (connected) {
+    hdf_WriteBatch transaction(group.Platform().Id());  // the whole sub-tree, or nothing
+    slot.Bind(group.CreateGroup(name));
+  }
 }
 
 #endif  // DDB_PERSISTENCE_GBB_SCHEMASUPPORT_H_

@@ -21,14 +21,20 @@ QELSimContextID AddFile(const hdf_File& file, const char* name, bool readOnly,
 
 }  // namespace
 
+namespace {
+unsigned FileOptions(int option) {
+  return (option & QELSimManager::SyncCommits) != 0 ? hdf_File::SyncCommits : hdf_File::NoOptions;
+}
+}  // namespace
+
 QELSimContextID QELSimManager::CreateContext(const char* name, hdf_File::CreateFlags flags, int,
-                                             bool, int) {
-  hdf_File file = hdf_File::Create(name, flags);
+                                             bool, int option) {
+  hdf_File file = hdf_File::Create(name, flags, FileOptions(option));
   return AddFile(file, name, false, "QELSimManager::CreateContext");
 }
 
 QELSimContextID QELSimManager::OpenContext(const char* name, hdf_File::OpenFlags flags, int, bool,
-                                           int) {
+                                           int option) {
   bool readOnly = flags == hdf_File::ReadOnly;
   struct stat info;
   int other = -1;
@@ -47,7 +53,7 @@ QELSimContextID QELSimManager::OpenContext(const char* name, hdf_File::OpenFlags
     }
     return QELSimContextID(QELSimAddContext(open, readOnly));
   }
-  hdf_File file = hdf_File::Open(name, flags);
+  hdf_File file = hdf_File::Open(name, flags, FileOptions(option));
   return AddFile(file, name, readOnly, "QELSimManager::OpenContext");
 }
 

@@ -15,9 +15,15 @@
 
 class DDB_API QELSimManager {
  public:
+  // A bit of the last argument of CreateContext and OpenContext: every
+  // commit of the file is also made durable against power loss (see
+  // hdf_File::SyncCommits). Without it, commits survive the death of the
+  // process, not of the machine.
+  static const int SyncCommits = 0x100;
+
   // A new file; with flags 0 (hdf_File::Exclusive) an existing file is left
   // alone and the call fails. The int, bool and int arguments are part of the
-  // suite's calling convention and carry nothing this service uses.
+  // suite's calling convention; of the last, only the bit SyncCommits is used.
   // Returns a context numbered -1 after a message when the file cannot be made.
   static QELSimContextID CreateContext(const char* name, hdf_File::CreateFlags flags, int, bool,
                                        int);

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include "platform/aio_ostream.h"
+#include "platform/hdf_Journal.h"
+#include "platform/hdf_JournalDriver.h"
 #include "platform/hdf_report.h"
 #include "platform/mem.h"
 
@@ -10,7 +12,12 @@ namespace {
 
 // Plain values: constant-initialised, nothing runs at load.
 bool g_flushAfterWrites = true;
+bool g_journaling = true;
 int g_batchDepth = 0;
+// The files that open batches flush at their end (one each), innermost last.
+const int kMaxBatchFiles = 8;
+unsigned long g_batchFiles[kMaxBatchFiles];
+int g_batchFileCount = 0;
 
 // Each flush makes HDF5 walk its whole metadata cache, clean entries too, so
 // with HDF5's default cache (which grows to megabytes) flushing after every
@@ -20,9 +27,14 @@ int g_batchDepth = 0;
 const size_t kMetadataCacheBytes = 128 * 1024;
 
 // A file access property list for one Create or Open; closed with the holder.
-hdf_Id AccessList() {
+// Invalid when HDF5 cannot make one: then nothing is opened, since a file
+// opened without its journal would lose crash consistency unnoticed.
+hdf_Id AccessList(unsigned options) {
   hdf_Id list = hdf_Id::Own(H5Pcreate(H5P_FILE_ACCESS));
-  if (!hdf_File::ConfigureAccess(list.Get())) return hdf_Id::Borrow(H5P_DEFAULT);
+  if (!hdf_File::ConfigureAccess(list.Get())) return hdf_Id();
+  if (g_journaling && !hdf_JournalDriver::Use(list.Get(), (options & hdf_File::SyncCommits) != 0)) {
+    return hdf_Id();
+  }
   return list;
 }
 
@@ -46,19 +58,30 @@ bool DirectoryExists(const char* name) {
   return stat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// Why `name` cannot be opened as an HDF5 file, as far as it can be told
-// without HDF5; null when it looks like one.
+// Why `name` cannot be opened, as far as it can be told without opening it.
 const char* WhyNotOpenable(const char* name) {
   struct stat info;
   if (stat(name, &info) != 0) return "no such file";
   if (S_ISDIR(info.st_mode)) return "it is a directory";
-  if (H5Fis_hdf5(name) <= 0) return "not an HDF5 file";
   return nullptr;
+}
+
+// Why HDF5 refused to open `name`: what the journal said, or what the bytes show.
+const char* WhyOpenFailed(const char* name) {
+  if (hdf_JournalDriver::LastFailure() != nullptr) return hdf_JournalDriver::LastFailure();
+  if (!hdf_Journal::Pending(name) && H5Fis_hdf5(name) <= 0) return "not an HDF5 file";
+  return "damaged or truncated HDF5 file";
+}
+
+// HDF5's number for the file that holds `object`, the same for every handle.
+unsigned long FileNumber(hid_t object) {
+  H5O_info_t info;
+  return H5Oget_info2(object, &info, H5O_INFO_BASIC) >= 0 ? info.fileno : 0;
 }
 
 }  // namespace
 
-hdf_File hdf_File::Create(const char* name, CreateFlags flags) {
+hdf_File hdf_File::Create(const char* name, CreateFlags flags, unsigned options) {
   hdf_Quiet();
   hdf_File file;
   if (name == nullptr || name[0] == '\0') {
@@ -76,14 +99,19 @@ hdf_File hdf_File::Create(const char* name, CreateFlags flags) {
   }
   if (reason == nullptr) {
     unsigned access = flags == Truncate ? H5F_ACC_TRUNC : H5F_ACC_EXCL;
-    file.m_id = hdf_Id::Own(H5Fcreate(name, access, H5P_DEFAULT, AccessList().Get()));
-    if (!file.IsValid()) reason = "HDF5 refused (no permission, or the file is open)";
+    hdf_Id list = AccessList(options);
+    if (list.IsValid()) file.m_id = hdf_Id::Own(H5Fcreate(name, access, H5P_DEFAULT, list.Get()));
+    if (!file.IsValid()) {
+      reason = list.IsValid() && hdf_JournalDriver::LastFailure() != nullptr
+                   ? hdf_JournalDriver::LastFailure()
+                   : "HDF5 refused (no permission, or the file is open)";
+    }
   }
   if (reason != nullptr) ReportFile("hdf_File::Create", "create", name, reason);
   return file;
 }
 
-hdf_File hdf_File::Open(const char* name, OpenFlags flags) {
+hdf_File hdf_File::Open(const char* name, OpenFlags flags, unsigned options) {
   hdf_Quiet();
   hdf_File file;
   if (name == nullptr || name[0] == '\0') {
@@ -94,8 +122,9 @@ hdf_File hdf_File::Open(const char* name, OpenFlags flags) {
       flags != ReadWrite && flags != ReadOnly ? "unknown open flags" : WhyNotOpenable(name);
   if (reason == nullptr) {
     unsigned access = flags == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-    file.m_id = hdf_Id::Own(H5Fopen(name, access, AccessList().Get()));
-    if (!file.IsValid()) reason = "damaged or truncated HDF5 file, or open elsewhere";
+    hdf_Id list = AccessList(options);
+    if (list.IsValid()) file.m_id = hdf_Id::Own(H5Fopen(name, access, list.Get()));
+    if (!file.IsValid()) reason = list.IsValid() ? WhyOpenFailed(name) : "HDF5 refused";
   }
   if (reason != nullptr) ReportFile("hdf_File::Open", "open", name, reason);
   return file;
@@ -162,14 +191,40 @@ bool hdf_File::FlushAfterWrites() {
   return g_flushAfterWrites;
 }
 
-hdf_WriteBatch::hdf_WriteBatch(const hdf_File& file) : m_file(file) {
-  ++g_batchDepth;
+void hdf_File::SetJournaling(bool on) {
+  g_journaling = on;
 }
+
+bool hdf_File::JournalPending(const char* name) {
+  return hdf_Journal::Pending(name);
+}
+
+hdf_File hdf_File::Of(hid_t object) {
+  hdf_File file;
+  if (H5Iis_valid(object) > 0) file.m_id = hdf_Id::Own(H5Iget_file_id(object));
+  return file;
+}
+
+hdf_WriteBatch::hdf_WriteBatch(const hdf_File& file)
+    : m_file(file), m_flushes(true), m_pushed(false) {
+  ++g_batchDepth;
+  unsigned long number = m_file.IsValid() ? FileNumber(m_file.Id()) : 0;
+  for (int i = 0; i < g_batchFileCount; ++i) {
+    if (g_batchFiles[i] == number) m_flushes = false;  // an enclosing batch flushes this file
+  }
+  if (m_flushes && g_batchFileCount < kMaxBatchFiles) {
+    g_batchFiles[g_batchFileCount++] = number;
+    m_pushed = true;
+  }
+}
+
+hdf_WriteBatch::hdf_WriteBatch(hid_t object) : hdf_WriteBatch(hdf_File::Of(object)) {}
 
 hdf_WriteBatch::~hdf_WriteBatch() {
   --g_batchDepth;
+  if (m_pushed) --g_batchFileCount;
   // Flushing a read-only file writes nothing and succeeds.
-  if (g_flushAfterWrites && m_file.IsValid()) m_file.Flush();
+  if (m_flushes && g_flushAfterWrites && m_file.IsValid()) m_file.Flush();
 }
 
 void hdf_FlushAfterWrite(hid_t object) {

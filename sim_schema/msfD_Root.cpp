@@ -99,6 +99,7 @@ msfD_Sim msfD_Root::Open(Mode mode, const gbb_String& file, const gbb_String& al
   hdf_Group top = QELSimContextRef(context).File().RootGroup();
   msfD_SimHolder holder;
   if (mode == kCreate) {
+    hdf_WriteBatch transaction(top.Id());  // the new sim is stored whole or not at all
     gbb_Group group(top.GroupCreate("sim", 0), kSimFileType);
     holder = msfD_Sim::New(m_trace);
     holder.SetPath(this, count());

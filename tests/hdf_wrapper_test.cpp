@@ -302,7 +302,7 @@ TEST_F(HdfWrapper, TruncatedFilesAreRefusedAtEveryCut) {
     WriteWholeFile(name, whole.substr(0, cut));
     EXPECT_FALSE(hdf_File::Open(name.c_str(), hdf_File::ReadOnly).IsValid()) << cut;
     std::string reason =
-        cut < 8 ? "not an HDF5 file" : "damaged or truncated HDF5 file, or open elsewhere";
+        cut < 8 ? "not an HDF5 file" : "damaged or truncated HDF5 file";
     EXPECT_EQ(err.Take(),
               "**ERROR hdf_File::Open: cannot open file " + name + ": " + reason + "\n");
   }

@@ -178,8 +178,7 @@ TEST_F(BadInput, TruncatedCopiesAreRefusedAndTheOriginalStaysIntact) {
       EXPECT_TRUE(!sim);
       EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file " + copy +
                                 (keep < 8 ? ": not an HDF5 file\n"
-                                          : ": damaged or truncated HDF5 file, or open "
-                                            "elsewhere\n"));
+                                          : ": damaged or truncated HDF5 file\n"));
     }
   }
   EXPECT_EQ(OpenObjects(), 0);

@@ -20,4 +20,14 @@ typedef std::function<void(const std::string& line)> ReportFunction;
 
 std::vector<std::string> RunAndKill(const std::function<void(const ReportFunction&)>& write);
 
+// Runs `write` in a child and kills it `delayMicros` after its `reports`-th
+// report line arrived (or when it is done, or at once when it died). Returns
+// how many lines it reported in all, those already on their way included.
+int KillAfter(const std::function<void(const ReportFunction&)>& write, int reports,
+              int delayMicros);
+
+// Runs `body` in a child process. True when the child ended by itself, false
+// when it was killed by SIGKILL (or another signal).
+bool RunToEnd(const std::function<void()>& body);
+
 #endif  // DDB_TESTS_SUPPORT_KILLED_WRITER_H_
