@@ -102,7 +102,7 @@ int KillAfter(const std::function<void(const ReportFunction&)>& write, int repor
   return lines;
 }
 
-bool RunToEnd(const std::function<void()>& body) {
+int RunToEnd(const std::function<void()>& body) {
   pid_t child = fork();
   if (child == 0) {
     body();
@@ -110,5 +110,5 @@ bool RunToEnd(const std::function<void()>& body) {
   }
   int status = 0;
   waitpid(child, &status, 0);
-  return WIFEXITED(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

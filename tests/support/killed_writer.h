@@ -26,8 +26,8 @@ std::vector<std::string> RunAndKill(const std::function<void(const ReportFunctio
 int KillAfter(const std::function<void(const ReportFunction&)>& write, int reports,
               int delayMicros);
 
-// Runs `body` in a child process. True when the child ended by itself, false
-// when it was killed by SIGKILL (or another signal).
-bool RunToEnd(const std::function<void()>& body);
+// Runs `body` in a child process that then exits with 0. Returns the child's
+// exit status, or -1 when it was killed (by SIGKILL or another signal).
+int RunToEnd(const std::function<void()>& body);
 
 #endif  // DDB_TESTS_SUPPORT_KILLED_WRITER_H_

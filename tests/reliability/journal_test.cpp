@@ -1,0 +1,191 @@
+// The write-ahead journal, deterministically: the process dies at every
+// change to the files during a commit and during a replay (cleanly or in
+// the middle of a write), journals damaged at every length and byte, reading
+// through a pending journal, and the lock that keeps a second process out.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "platform/hdf_File.h"
+#include "platform/hdf_Journal.h"
+#include "reliability/crash_workload.h"
+#include "support/capture.h"
+#include "support/killed_writer.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+// Commits whose every change is cut: a distribution of the service, a map
+// edit, a modal system with an event, a substructure with damping.
+const int kCommits[] = {11, 13, 16, 18};
+const int kLast = 18;
+
+class Journal : public testing::Test {
+ protected:
+  void SetUp() override {
+    path = dir.File("db.sim");
+    journal = path + "-journal";
+    RunWorkload(
+        dir.File("reference.sim"), kLast, [&](int c, const Facts& f) { after[c] = f; }, [] {});
+  }
+
+  void Remove() {
+    unlink(path.c_str());
+    unlink(journal.c_str());
+  }
+
+  // Runs the workload to commit `commit` - 1 in a child that then arms the
+  // crash hook and goes on with `commit`. Returns the child's exit status
+  // (-1 when the hook killed it).
+  int CommitWithCrash(int commit, long change, bool torn) {
+    Remove();
+    return RunToEnd([&] {
+      RunWorkload(
+          path, commit,
+          [&](int c, const Facts&) {
+            if (c == commit - 1) hdf_Journal::CrashAt(change, torn);
+          },
+          [] { _exit(0); });  // nothing of closing counts
+    });
+  }
+
+  // Leaves `commit` committed in the journal and nothing of it in the file.
+  void PendingCommit(int commit) {
+    ASSERT_EQ(CommitWithCrash(commit, 2, false), -1);  // change 1 writes the journal
+    ASSERT_TRUE(hdf_File::JournalPending(path.c_str()));
+    db = ReadWholeFile(path);
+    pending = ReadWholeFile(journal);
+  }
+
+  void Restore(const std::string& journalBytes) {
+    WriteWholeFile(path, db);
+    WriteWholeFile(journal, journalBytes);
+  }
+
+  ScratchDir dir;
+  std::string path, journal;
+  std::map<int, Facts> after;
+  std::string db, pending;  // a database with a committed, uncopied transaction
+};
+
+TEST_F(Journal, DyingAtAnyChangeOfACommitLeavesTheStateBeforeOrAfterIt) {
+  for (int commit : kCommits) {
+    for (bool torn : {false, true}) {
+      int changes = 0;
+      while (CommitWithCrash(commit, changes + 1, torn) == -1) {
+        ++changes;
+        Facts found = ReadFacts(path, changes % 2 == 0);
+        EXPECT_TRUE(found == after[commit - 1] || found == after[commit])
+            << "commit " << commit << " cut at change " << changes << (torn ? " (torn)" : "")
+            << ":\n"
+            << FactsDiff(after[commit], found);
+      }
+      EXPECT_GE(changes, 4) << "journal, file, reset: at least that many changes";
+      printf("commit %d%s: cut at each of its %d changes\n", commit, torn ? " (torn writes)" : "",
+             changes);
+      EXPECT_EQ(ReadFacts(path, false), after[commit]);
+    }
+  }
+}
+
+TEST_F(Journal, DyingAtAnyChangeOfAReplayLosesNothing) {
+  PendingCommit(16);
+  for (bool torn : {false, true}) {
+    int changes = 0;
+    for (;; ++changes) {
+      Restore(pending);
+      int status = RunToEnd([&] {
+        hdf_Journal::CrashAt(changes + 1, torn);
+        ReadFacts(path, false);
+      });
+      if (status != -1) break;
+      // Replayed again, by an open for update or through the journal.
+      EXPECT_EQ(ReadFacts(path, changes % 2 == 1), after[16]) << "cut at change " << changes + 1;
+    }
+    EXPECT_GE(changes, 3);
+    printf("replay%s: cut at each of its %d changes\n", torn ? " (torn writes)" : "", changes);
+  }
+}
+
+TEST_F(Journal, ADamagedJournalIsDiscardedWithAMessageAndTheFileIsUntouched) {
+  PendingCommit(13);
+  const std::string message =
+      "**ERROR hdf_Journal::Open: discarded an incomplete transaction of journal " + journal + "\n";
+  CaptureErr err;
+  auto openAndCheck = [&](const std::string& bytes, const std::string& what) {
+    Restore(bytes);
+    const char* reason = nullptr;
+    hdf_Journal* opened = hdf_Journal::Open(path.c_str(), hdf_Journal::kReadWrite, false, &reason);
+    ASSERT_NE(opened, nullptr) << what;
+    EXPECT_EQ(ReadWholeFile(path), db) << what;
+    EXPECT_FALSE(hdf_File::JournalPending(path.c_str())) << what;
+    hdf_Journal::Release(opened);
+    EXPECT_EQ(err.Take(), bytes.empty() ? "" : message) << what;
+  };
+  for (size_t length = 0; length < pending.size(); ++length) {
+    openAndCheck(pending.substr(0, length), "cut to " + std::to_string(length));
+  }
+  for (size_t at = 0; at < pending.size(); ++at) {
+    std::string flipped = pending;
+    flipped[at] = static_cast<char>(flipped[at] ^ 0x20);
+    openAndCheck(flipped, "byte " + std::to_string(at) + " flipped");
+  }
+  EXPECT_EQ(ReadFacts(path, true), after[12]);
+  printf("journal of %zu bytes: discarded at every length and every flipped byte\n",
+         pending.size());
+}
+
+TEST_F(Journal, AReadOnlyOpenReadsThroughAPendingJournalAndChangesNoByte) {
+  PendingCommit(18);
+  Facts found = ReadFacts(path, true);
+  EXPECT_EQ(found, after[18]) << FactsDiff(after[18], found);
+  EXPECT_EQ(ReadWholeFile(path), db);
+  EXPECT_EQ(ReadWholeFile(journal), pending);
+  // An open for update settles it; a closed database leaves no journal behind.
+  EXPECT_EQ(ReadFacts(path, false), after[18]);
+  EXPECT_EQ(access(journal.c_str(), F_OK), -1);
+}
+
+TEST_F(Journal, ASecondProcessIsKeptOutEvenWithoutHdf5FileLocking) {
+  setenv("HDF5_USE_FILE_LOCKING", "FALSE", 1);
+  RunWorkload(
+      path, 5, [](int, const Facts&) {}, [] {});
+  for (int holderReadOnly = 0; holderReadOnly < 2; ++holderReadOnly) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t holder = fork();
+    if (holder == 0) {
+      hdf_File file =
+          hdf_File::Open(path.c_str(), holderReadOnly ? hdf_File::ReadOnly : hdf_File::ReadWrite);
+      char byte = file.IsValid() ? 1 : 0;
+      if (write(ready[1], &byte, 1) != 1) _exit(1);
+      for (;;) pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(byte, 1);
+    CaptureErr err;
+    const std::string refused =
+        "**ERROR hdf_File::Open: cannot open file " + path + ": in use by another process\n";
+    EXPECT_FALSE(hdf_File::Open(path.c_str(), hdf_File::ReadWrite).IsValid());
+    EXPECT_EQ(err.Take(), refused);
+    hdf_File reader = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+    EXPECT_EQ(reader.IsValid(), holderReadOnly == 1) << "readers share, a writer is alone";
+    EXPECT_EQ(err.Take(), holderReadOnly ? "" : refused);
+    reader.Close();
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+  }
+  hdf_File file = hdf_File::Open(path.c_str(), hdf_File::ReadWrite);
+  EXPECT_TRUE(file.IsValid()) << "a dead holder's lock is gone";
+  unsetenv("HDF5_USE_FILE_LOCKING");
+}
+
+}  // namespace
