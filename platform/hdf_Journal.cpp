@@ -14,12 +14,15 @@
 
 namespace {
 
-const unsigned char kHeader[8] = {'D', 'D', 'B', 'J', 'R', 'N', 'L', 1};
+const unsigned char kMagic[8] = {'D', 'D', 'B', 'J', 'R', 'N', 'L', 2};
 const unsigned char kEndMark[4] = {'D', 'D', 'B', 'C'};
-const uint64_t kHeaderBytes = sizeof kHeader;
-const uint64_t kCommitBytes = 24;  // count, cut, end of file
-const uint64_t kExtentBytes = 24;  // address, length, position
-const uint64_t kTrailerBytes = 16;
+const uint64_t kHeaderBytes = 24;   // magic, sequence, length
+const uint64_t kLengthField = 16;   // where the header keeps the length
+const uint64_t kCommitBytes = 24;   // count, cut, end of file
+const uint64_t kExtentBytes = 24;   // address, length, position
+const uint64_t kTrailerBytes = 24;  // commit position, sequence, crc, end mark
+// Journals that grew past this are cut back when emptied, not just marked.
+const uint64_t kKeptJournalBytes = uint64_t(64) << 20;
 const uint64_t kMaxAddress = (uint64_t(1) << 63) - 1;
 // A transaction is kept in memory up to this size, then spilled to the journal.
 const size_t kBufferLimit = size_t(1) << 20;
@@ -123,6 +126,12 @@ void Put64(std::vector<unsigned char>& out, uint64_t value) {
 uint64_t Get64(const unsigned char* p) {
   uint64_t value = 0;
   for (int i = 7; i >= 0; --i) value = (value << 8) | p[i];
+  return value;
+}
+
+uint32_t Get32(const unsigned char* p) {
+  uint32_t value = 0;
+  for (int i = 3; i >= 0; --i) value = (value << 8) | p[i];
   return value;
 }
 
@@ -265,20 +274,20 @@ bool hdf_Journal::OpenFiles(const char* name, Mode mode, const char** reason) {
 bool hdf_Journal::Recover(const char** reason) {
   if (m_journal < 0) return true;
   Transaction transaction;
-  switch (Parse(&transaction)) {
-    case kEmpty:
-      return true;
-    case kIncomplete:
-      aio_cerr.print("**ERROR hdf_Journal::Open: discarded an incomplete transaction of journal ")
-          .print(m_journalName.data())
-          .put('\n');
-      if (m_writable && !ResetJournal()) {
-        *reason = "cannot reset its journal";
-        return false;
-      }
-      return true;
-    case kComplete:
-      break;
+  Recovered found = Parse(&transaction);
+  if (found == kIncomplete) {
+    aio_cerr.print("**ERROR hdf_Journal::Open: discarded an incomplete transaction of journal ")
+        .print(m_journalName.data())
+        .put('\n');
+  }
+  if (found != kComplete) {
+    // A writer starts from an empty journal file: nothing older is left in it.
+    uint64_t size = 0;
+    if (m_writable && (!FileSize(m_journal, &size) || (size > 0 && !SetLength(m_journal, 0)))) {
+      *reason = "cannot reset its journal";
+      return false;
+    }
+    return true;
   }
   if (!FileSize(m_journal, &m_spilled)) {  // every position is in the journal file
     *reason = "cannot read its journal";
@@ -294,7 +303,7 @@ bool hdf_Journal::Recover(const char** reason) {
     m_eof = transaction.eof;
     return true;
   }
-  if (!Apply(transaction) || !ResetJournal()) {
+  if (!Apply(transaction) || !SetLength(m_journal, 0)) {
     *reason = "cannot replay its journal";
     return false;
   }
@@ -305,32 +314,41 @@ bool hdf_Journal::Recover(const char** reason) {
 hdf_Journal::Recovered hdf_Journal::Parse(Transaction* transaction) {
   uint64_t size = 0;
   if (!FileSize(m_journal, &size) || size == 0) return kEmpty;
-  if (size < kHeaderBytes + kCommitBytes + kTrailerBytes) return kIncomplete;
-  unsigned char header[kHeaderBytes];
+  unsigned char header[kHeaderBytes] = {};
+  if (!ReadAt(m_journal, header, static_cast<size_t>(std::min(size, kHeaderBytes)), 0)) {
+    return kIncomplete;
+  }
+  static const unsigned char kEmptied[sizeof kMagic] = {};
+  if (memcmp(header, kEmptied, sizeof kMagic) == 0) return kEmpty;
+  // The header names the transaction and, once it is committed, its length.
+  uint64_t length = Get64(header + kLengthField);
+  if (memcmp(header, kMagic, sizeof kMagic) != 0 || length > size ||
+      length < kHeaderBytes + kCommitBytes + kTrailerBytes) {
+    return kIncomplete;
+  }
   unsigned char trailer[kTrailerBytes];
-  if (!ReadAt(m_journal, header, sizeof header, 0) ||
-      !ReadAt(m_journal, trailer, sizeof trailer, size - kTrailerBytes) ||
-      memcmp(header, kHeader, sizeof kHeader) != 0 ||
-      memcmp(trailer + 12, kEndMark, sizeof kEndMark) != 0) {
+  uint64_t body = length - kTrailerBytes;
+  if (!ReadAt(m_journal, trailer, sizeof trailer, body) ||
+      Get64(trailer + 8) != Get64(header + 8) ||
+      memcmp(trailer + 20, kEndMark, sizeof kEndMark) != 0) {
     return kIncomplete;
   }
   // The commit record fills the space between its position and the trailer.
   uint64_t commit = Get64(trailer);
-  uint64_t body = size - kTrailerBytes;
   if (commit < kHeaderBytes || commit > body - kCommitBytes ||
       (body - kCommitBytes - commit) % kExtentBytes != 0) {
     return kIncomplete;
   }
-  uint32_t crc = Crc(0, nullptr, 0);
+  // The checksum covers all but the length field (written last when the
+  // transaction went to the journal in pieces) and the trailer.
+  uint32_t crc = Crc(Crc(0, nullptr, 0), header, kLengthField);
   std::vector<unsigned char> chunk(static_cast<size_t>(std::min<uint64_t>(body, kCopyChunk)));
-  for (uint64_t at = 0; at < body; at += chunk.size()) {
+  for (uint64_t at = kHeaderBytes; at < body; at += chunk.size()) {
     size_t n = static_cast<size_t>(std::min<uint64_t>(chunk.size(), body - at));
     if (!ReadAt(m_journal, chunk.data(), n, at)) return kIncomplete;
     crc = Crc(crc, chunk.data(), n);
   }
-  uint32_t stored = 0;
-  for (int i = 3; i >= 0; --i) stored = (stored << 8) | trailer[8 + i];
-  if (crc != stored) return kIncomplete;
+  if (crc != Get32(trailer + 16)) return kIncomplete;
 
   std::vector<unsigned char> record(static_cast<size_t>(body - commit));
   if (!ReadAt(m_journal, record.data(), record.size(), commit)) return kIncomplete;
@@ -456,7 +474,7 @@ bool hdf_Journal::Write(uint64_t address, size_t size, const void* bytes) {
     return false;
   }
   if (size == 0) return true;
-  if (m_spilled == 0 && m_buffer.empty()) Append(kHeader, sizeof kHeader);
+  if (m_spilled == 0 && m_buffer.empty()) Begin();
   uint64_t position = m_spilled + m_buffer.size();
   if (size >= kBufferLimit) {
     // Bulk data goes to the journal file at once, not through memory.
@@ -522,7 +540,7 @@ bool hdf_Journal::Truncate(uint64_t eof) {
 bool hdf_Journal::Commit() {
   if (m_failed) return false;
   if (!m_dirty) return true;
-  if (m_spilled == 0 && m_buffer.empty()) Append(kHeader, sizeof kHeader);
+  if (m_spilled == 0 && m_buffer.empty()) Begin();
   Transaction transaction;
   transaction.cut = m_cut;
   transaction.eof = m_eof;
@@ -544,14 +562,26 @@ bool hdf_Journal::Commit() {
   Append(record.data(), record.size());
   record.clear();
   Put64(record, commit);
+  Put64(record, m_sequence);
   for (int i = 0; i < 4; ++i) record.push_back(static_cast<unsigned char>(m_crc >> (8 * i)));
   record.insert(record.end(), kEndMark, kEndMark + sizeof kEndMark);
   m_buffer.insert(m_buffer.end(), record.begin(), record.end());
-  // The commit record is in the journal before the first byte of the
-  // database changes; until the journal is emptied, a reopen replays. The
-  // buffer stays in memory, so the copy needs no reading back.
-  if (!WriteAt(m_journal, m_buffer.data(), m_buffer.size(), m_spilled) ||
-      (m_durable && !Sync(m_journal)) || !Apply(transaction)) {
+  // The length in the header completes the transaction: in the same write
+  // when it is all in memory, else last.
+  record.clear();
+  Put64(record, m_spilled + m_buffer.size());
+  bool written;
+  if (m_spilled == 0) {
+    std::copy(record.begin(), record.end(), m_buffer.begin() + kLengthField);
+    written = WriteAt(m_journal, m_buffer.data(), m_buffer.size(), 0);
+  } else {
+    written = WriteAt(m_journal, m_buffer.data(), m_buffer.size(), m_spilled) &&
+              WriteAt(m_journal, record.data(), record.size(), kLengthField);
+  }
+  // The commit is in the journal before the first byte of the database
+  // changes; until the journal is emptied, a reopen replays. The buffer
+  // stays in memory, so the copy needs no reading back.
+  if (!written || (m_durable && !Sync(m_journal)) || !Apply(transaction)) {
     m_failed = true;
     return false;
   }
@@ -561,12 +591,27 @@ bool hdf_Journal::Commit() {
   return ResetJournal() || (m_failed = true, false);
 }
 
+void hdf_Journal::Begin() {
+  unsigned char sequence[8];
+  ++m_sequence;
+  for (int i = 0; i < 8; ++i) sequence[i] = static_cast<unsigned char>(m_sequence >> (8 * i));
+  m_crc = Crc(0, nullptr, 0);
+  Append(kMagic, sizeof kMagic);
+  Append(sequence, sizeof sequence);
+  m_buffer.resize(m_buffer.size() + 8, 0);  // the length, once committed
+}
+
 bool hdf_Journal::ResetJournal() {
+  // Zeros over the magic mark the journal empty: cheaper than giving its
+  // blocks back and taking them again at every commit. What stays behind is
+  // never read, since a header names its own transaction's length.
+  uint64_t used = m_spilled + m_buffer.size();
   m_spilled = 0;
   m_buffer.clear();
   if (m_buffer.capacity() > 4 * kBufferLimit) m_buffer.shrink_to_fit();
-  m_crc = Crc(0, nullptr, 0);
-  return SetLength(m_journal, 0);
+  if (used > kKeptJournalBytes) return SetLength(m_journal, 0);
+  static const unsigned char kEmptied[sizeof kMagic] = {};
+  return WriteAt(m_journal, kEmptied, sizeof kEmptied, 0);
 }
 
 bool hdf_Journal::Close() {

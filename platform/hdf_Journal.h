@@ -14,13 +14,16 @@
 // and discards an incomplete one with a message. A read-only open changes no
 // byte of either file: it reads through the journal's overlay instead.
 //
-// Journal file (little-endian):
-//   header   "DDBJRNL\1"
+// Journal file (little-endian), one transaction from its start:
+//   header   "DDBJRNL\2", u64 sequence number, u64 length of the transaction
+//            (written when it commits)
 //   data     the transaction's bytes, in the order they were written
 //   commit   u64 extent count n, u64 cut, u64 end of file,
 //            n x (u64 address, u64 length, u64 journal position), by address
-//   trailer  u64 position of the commit record, u32 crc32 of everything
-//            before the trailer, "DDBC"
+//   trailer  u64 position of the commit record, u64 sequence number, u32
+//            crc32 of all before the trailer but the length field, "DDBC"
+// Eight zero bytes over the magic mark the journal empty; whatever follows
+// them is left over and never read.
 // Replaying cuts the database file to `cut` when it is longer (bytes the
 // transaction truncated away read as zeros afterwards), writes the extents,
 // and sets the file's length to the end of file.
@@ -106,6 +109,7 @@ class DDB_API hdf_Journal {
   bool Apply(const Transaction& transaction);
   bool ReadJournal(uint64_t position, size_t size, void* bytes);
   bool ReadDatabase(uint64_t address, size_t size, unsigned char* bytes);
+  void Begin();
   void Append(const void* bytes, size_t size);
   bool Spill();
   void Overlay(uint64_t address, uint64_t end, uint64_t position);
@@ -136,6 +140,7 @@ class DDB_API hdf_Journal {
   uint64_t m_spilled = 0;
   std::vector<unsigned char> m_buffer;
   uint32_t m_crc = 0;
+  uint64_t m_sequence = 0;  // of the transaction in flight
 };
 
 #endif  // DDB_PLATFORM_HDF_JOURNAL_H_
