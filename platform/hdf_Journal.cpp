@@ -149,8 +149,14 @@ std::vector<char> hdf_Journal::JournalName(const char* name) {
 }
 
 bool hdf_Journal::Pending(const char* name) {
-  struct stat info;
-  return name != nullptr && stat(JournalName(name).data(), &info) == 0 && info.st_size > 0;
+  if (name == nullptr) return false;
+  int fd = open(JournalName(name).data(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  unsigned char magic[sizeof kMagic] = {};
+  ssize_t got = pread(fd, magic, sizeof magic, 0);
+  close(fd);
+  static const unsigned char kEmptied[sizeof kMagic] = {};
+  return got > 0 && memcmp(magic, kEmptied, static_cast<size_t>(got)) != 0;
 }
 
 long hdf_Journal::CrashAt(long operation, bool torn) {

@@ -77,8 +77,9 @@ class DDB_API hdf_Journal {
 
   // "<name>-journal".
   static std::vector<char> JournalName(const char* name);
-  // A journal beside `name` holds bytes: the database was not closed by the
-  // library, and other programs must not read it before the library opened it once.
+  // The journal beside `name` holds a transaction, complete or not: the
+  // database was not closed by the library, and other programs must not read
+  // it before the library opened it once.
   static bool Pending(const char* name);
 
   // Test hook: the process kills itself (SIGKILL) at the `operation`-th

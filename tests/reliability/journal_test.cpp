@@ -92,6 +92,7 @@ TEST_F(Journal, DyingAtAnyChangeOfACommitLeavesTheStateBeforeOrAfterIt) {
             << FactsDiff(after[commit], found);
       }
       EXPECT_GE(changes, 4) << "journal, file, reset: at least that many changes";
+      EXPECT_FALSE(hdf_File::JournalPending(path.c_str())) << "a completed commit leaves none";
       printf("commit %d%s: cut at each of its %d changes\n", commit, torn ? " (torn writes)" : "",
              changes);
       EXPECT_EQ(ReadFacts(path, false), after[commit]);
