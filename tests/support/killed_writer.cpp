@@ -26,7 +26,11 @@ void WaitToBeKilled() {
   for (;;) pause();
 }
 
-std::vector<std::string> RunAndKill(const std::function<void(const ReportFunction&)>& write) {
+namespace {
+
+// Forks a child that runs `write` with its reports going down a pipe; returns
+// the child and the pipe's reading end.
+pid_t StartWriter(const std::function<void(const ReportFunction&)>& write, int* reading) {
   int fds[2];
   if (pipe(fds) != 0) std::abort();
   pid_t child = fork();
@@ -37,68 +41,67 @@ std::vector<std::string> RunAndKill(const std::function<void(const ReportFunctio
     WaitToBeKilled();  // a writer that returned has closed its objects already
   }
   close(fds[1]);
-  std::vector<std::string> lines;
+  *reading = fds[0];
+  return child;
+}
+
+// Hands every reported line to `take` until it returns false or the child is
+// gone and all it wrote has been read.
+void ReadReports(int fd, const std::function<bool(const std::string&)>& take) {
   std::string pending;
-  char buffer[256];
-  bool done = false;
-  while (!done) {
-    ssize_t n = read(fds[0], buffer, sizeof buffer);
-    if (n <= 0) break;  // the child died early: return what it reported
+  char buffer[4096];
+  for (;;) {
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n <= 0) return;
     pending.append(buffer, static_cast<size_t>(n));
     size_t end;
     while ((end = pending.find('\n')) != std::string::npos) {
       std::string line = pending.substr(0, end);
       pending.erase(0, end + 1);
-      if (line == "#done") {
-        done = true;
-      } else {
-        lines.push_back(line);
-      }
+      if (!take(line)) return;
     }
   }
+}
+
+void Finish(pid_t child, int fd) {
   kill(child, SIGKILL);
   int status = 0;
   waitpid(child, &status, 0);
-  close(fds[0]);
+  close(fd);
+}
+
+}  // namespace
+
+std::vector<std::string> RunAndKill(const std::function<void(const ReportFunction&)>& write) {
+  int fd = -1;
+  pid_t child = StartWriter(write, &fd);
+  std::vector<std::string> lines;
+  ReadReports(fd, [&](const std::string& line) {
+    if (line == "#done") return false;
+    lines.push_back(line);
+    return true;
+  });
+  Finish(child, fd);
   return lines;
 }
 
 int KillAfter(const std::function<void(const ReportFunction&)>& write, int reports,
               int delayMicros) {
-  int fds[2];
-  if (pipe(fds) != 0) std::abort();
-  pid_t child = fork();
-  if (child == 0) {
-    close(fds[0]);
-    g_reportFd = fds[1];
-    write([](const std::string& line) { WriteAll(g_reportFd, line + "\n"); });
-    WaitToBeKilled();
-  }
-  close(fds[1]);
+  int fd = -1;
+  pid_t child = StartWriter(write, &fd);
   int lines = 0;
   bool killed = false;
-  std::string pending;
-  char buffer[4096];
-  for (;;) {
-    ssize_t n = read(fds[0], buffer, sizeof buffer);
-    if (n <= 0) break;  // the child is gone and everything it wrote is read
-    pending.append(buffer, static_cast<size_t>(n));
-    size_t end;
-    while ((end = pending.find('\n')) != std::string::npos) {
-      if (pending.compare(0, end, "#done") != 0) ++lines;
-      pending.erase(0, end + 1);
-    }
-    if (!killed && lines >= reports) {
+  ReadReports(fd, [&](const std::string& line) {
+    if (line != "#done") ++lines;
+    if (!killed && (lines >= reports || line == "#done")) {
       struct timespec delay = {0, 1000L * delayMicros};
       nanosleep(&delay, nullptr);
       kill(child, SIGKILL);
       killed = true;
     }
-  }
-  if (!killed) kill(child, SIGKILL);
-  int status = 0;
-  waitpid(child, &status, 0);
-  close(fds[0]);
+    return true;  // what is already on its way still counts
+  });
+  Finish(child, fd);
   return lines;
 }
 
