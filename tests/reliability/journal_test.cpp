@@ -10,7 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
+#include "platform/QELSimService.h"
 #include "platform/hdf_File.h"
 #include "platform/hdf_Journal.h"
 #include "reliability/crash_workload.h"
@@ -156,6 +158,56 @@ TEST_F(Journal, AReadOnlyOpenReadsThroughAPendingJournalAndChangesNoByte) {
   // An open for update settles it; a closed database leaves no journal behind.
   EXPECT_EQ(ReadFacts(path, false), after[18]);
   EXPECT_EQ(access(journal.c_str(), F_OK), -1);
+}
+
+// Bulk data larger than what a transaction keeps in memory goes to the
+// journal file as it is written; the commit then completes it in place.
+TEST_F(Journal, ATransactionSpilledToTheJournalIsAsAtomicAsOneInMemory) {
+  const int kSize = 600000;  // 2.4 MB of values
+  auto bulk = [&](long change) {
+    Remove();
+    return RunToEnd([&] {
+      QELSimContextID context =
+          QELSimManager::CreateContext(path.c_str(), hdf_File::Exclusive, 102, false, 1);
+      QELSimCollectionID nodes = QELSimCollectionRef::Create(context, kSize);
+      std::vector<int> members(kSize);
+      for (int k = 0; k < kSize; ++k) members[static_cast<size_t>(k)] = kSize - 1 - k;
+      QELSimCSetID set = QELSimCollectionRef(nodes).CreateOrderedCSet(members.data(), kSize);
+      hdf_Journal::CrashAt(change, true);
+      QELSimDistributionRef::CreateInt32(set, members.data());
+      _exit(0);
+    });
+  };
+  auto values = [&](bool readOnly) {
+    CaptureErr err;
+    QELSimContextID context = QELSimManager::OpenContext(
+        path.c_str(), readOnly ? hdf_File::ReadOnly : hdf_File::ReadWrite, 102, false, 1);
+    std::vector<int> read(kSize, -1);
+    QELSimTransfer t(QELSimDistributionID(context.Number(), 0));
+    t.SetRead();
+    t.SetBufferPadding(false);
+    t.SetDim(0, QELSimCSetID(context.Number(), 0, 0));
+    t.SetBuffer(0, read.data(), read.size() * 4);
+    bool found = t.ExecRead();
+    QELSimManager::CloseContext(context);
+    if (!found) return std::string("none");
+    for (int k = 0; k < kSize; ++k) {
+      if (read[static_cast<size_t>(k)] != kSize - 1 - k) return "wrong at " + std::to_string(k);
+    }
+    return std::string("all");
+  };
+  int changes = 0;
+  while (bulk(changes + 1) == -1) {
+    ++changes;
+    bool pending = hdf_File::JournalPending(path.c_str());
+    std::string readOnly = values(true);
+    EXPECT_TRUE(readOnly == "none" || readOnly == "all") << readOnly << " at change " << changes;
+    EXPECT_EQ(values(false), readOnly) << "at change " << changes << ", pending " << pending;
+  }
+  EXPECT_GE(changes, 4);
+  EXPECT_EQ(values(false), "all");
+  printf("a transaction of %d values through the journal file: cut at each of its %d changes\n",
+         kSize, changes);
 }
 
 TEST_F(Journal, ASecondProcessIsKeptOutEvenWithoutHdf5FileLocking) {
