@@ -37,7 +37,7 @@ QELSimCollectionID QELSimCollectionRef::Create(QELSimContextID context, int size
     QELSimError(operation).print("negative size ").print_int(size).put('\n');
     return QELSimCollectionID();
   }
-  if (!storage->Ready(true)) return QELSimCollectionID();
+  if (!storage->Ready(true, operation)) return QELSimCollectionID();
   hdf_WriteBatch batch(storage->File());
   uint32_t minor = storage->NextCollection();
   hdf_Group group = storage->Collections().GroupCreate(QELSimMinorName(minor), 0);

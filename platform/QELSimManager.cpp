@@ -16,6 +16,7 @@ QELSimContextID AddFile(const hdf_File& file, const char* name, bool readOnly,
     return QELSimContextID();
   }
   QELSimStorage* storage = new QELSimStorage(file, info.st_dev, info.st_ino, !readOnly);
+  storage->CheckFormat(operation);  // a foreign format is reported; the sim may still be read
   return QELSimContextID(QELSimAddContext(storage, readOnly));
 }
 

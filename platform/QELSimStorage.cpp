@@ -1,6 +1,7 @@
 #include "platform/QELSimStorage.h"
 
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -57,7 +58,36 @@ QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bo
       m_lastDistributionMinor(kQELSimNoMinor),
       m_lastDistribution() {}
 
-bool QELSimStorage::Ready(bool create) {
+bool QELSimStorage::CheckFormat(const char* operation) {
+  hdf_Group root = m_file.RootGroup();
+  if (!root.GetObjinfoExists(kServiceGroup)) return true;
+  hdf_Group service = root.GroupOpen(kServiceGroup);
+  bool present = service.AttributeExists("formatVersion");
+  int found = 0;
+  if (present &&
+      ReadAttribute(service.AttributeOpen("formatVersion"), hdf_Datatype::NATIVE_INT(), 1,
+                    &found) &&
+      found == kFormatVersion) {
+    return true;
+  }
+  QELSimError(operation).print("file ") << m_file.Name();
+  if (present) {
+    aio_cerr.print(": service data of format version ").print_int(found);
+  } else {
+    aio_cerr.print(": service data without a format version");
+  }
+  aio_cerr.print(", not ").print_int(kFormatVersion).put('\n');
+  m_foreign = true;
+  return false;
+}
+
+bool QELSimStorage::Ready(bool create, const char* operation) {
+  if (m_foreign) {
+    if (operation != nullptr) {
+      QELSimError(operation).print("the file's service data are of another format\n");
+    }
+    return false;
+  }
   if (m_collections.IsValid() && m_distributions.IsValid()) return true;
   hdf_Group root = m_file.RootGroup();
   hdf_Group service;
@@ -112,7 +142,8 @@ bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) 
   return true;
 }
 
-bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size) {
+bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size,
+                            const char* operation, bool* damaged) {
   if (collection == m_lastSet.collection && set == m_lastSet.set && m_lastSet.members.IsValid()) {
     *members = m_lastSet.members;
     *size = m_lastSet.size;
@@ -124,6 +155,41 @@ bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* memb
   *members = group.TryDatasetOpen(QELSimMinorName(set));
   *size = Count(members->Space());
   if (*size < 0) return false;
+  // Distinct members of the collection: never more than it has, each inside it.
+  const char* problem = nullptr;
+  int outside = -1;  // the position of a member outside the collection
+  std::vector<int> values;
+  if (*size > collectionSize) {
+    problem = "has more members than its collection";
+  } else if (members->StorageSize() < static_cast<hsize_t>(*size) * sizeof(int)) {
+    problem = "holds fewer members in the file than its extent";
+  } else if (*size > 0) {
+    values.resize(static_cast<size_t>(*size));
+    hsize_t n = static_cast<hsize_t>(*size);
+    if (!members->Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), members->Space(),
+                       values.data())) {
+      problem = "cannot be read";
+    }
+    for (int i = 0; problem == nullptr && i < *size; ++i) {
+      if (values[static_cast<size_t>(i)] < 0 || values[static_cast<size_t>(i)] >= collectionSize) {
+        problem = "has a member outside its collection";
+        outside = i;
+      }
+    }
+  }
+  if (problem != nullptr) {
+    *damaged = true;
+    QELSimError(operation).print("set ");
+    QELSimPrintMinor(set).print(" of collection ");
+    QELSimPrintMinor(collection).print(" (size ").print_int(collectionSize).print(") ");
+    aio_cerr.print(problem);
+    if (outside >= 0) {
+      aio_cerr.print(": ").print_int(values[static_cast<size_t>(outside)]);
+      aio_cerr.print(" at position ").print_int(outside);
+    }
+    aio_cerr.put('\n');
+    return false;
+  }
   RememberSet(collection, set, *members, *size);
   return true;
 }
@@ -158,7 +224,8 @@ void QELSimStorage::RememberSet(uint32_t collection, uint32_t set, const hdf_Dat
   m_lastSet.size = size;
 }
 
-bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution) {
+bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution,
+                                     const char* operation, bool* damaged) {
   if (minor == m_lastDistributionMinor && m_lastDistribution.values.IsValid()) {
     *distribution = m_lastDistribution;
     return true;
@@ -171,6 +238,25 @@ bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* d
   int count = Count(space);
   if (count < 0 ||
       !ReadAttribute(values.AttributeOpen("dimensionSet"), hdf_Datatype::NATIVE_UINT(), 2, set)) {
+    return false;
+  }
+  // One value per member of its set, all of them in the file.
+  hdf_Dataset setMembers;
+  int setSize = -1;
+  bool setDamaged = false;
+  bool setFound = FindSet(set[0], set[1], &setMembers, &setSize, operation, &setDamaged);
+  if (!setFound || count != setSize ||
+      values.StorageSize() < static_cast<hsize_t>(count) * sizeof(int)) {
+    *damaged = true;
+    QELSimError(operation).print("distribution ");
+    QELSimPrintMinor(minor).print(" holds ").print_int(count).print(" values");
+    if (!setFound) {
+      aio_cerr.print(" over a set that cannot be used\n");
+    } else if (count != setSize) {
+      aio_cerr.print(" for the ").print_int(setSize).print(" members of its set\n");
+    } else {
+      aio_cerr.print(", fewer in the file\n");
+    }
     return false;
   }
   distribution->values = values;
@@ -242,7 +328,12 @@ bool QELSimLookupSet(QELSimCSetID id, bool write, const char* operation, QELSimS
                      hdf_Dataset* members, int* size) {
   *storage = UseIdentifier(id.ContextNumber(), id.IsValid(), write, "set", operation);
   if (*storage == nullptr) return false;
-  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), members, size)) return true;
+  bool damaged = false;
+  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), members, size, operation,
+                          &damaged)) {
+    return true;
+  }
+  if (damaged) return false;
   ReportMissing(operation, "set", id.CSetMinor());
   aio_cerr.print(" of collection ");
   QELSimPrintMinor(id.CollectionMinor());
@@ -255,12 +346,14 @@ bool QELSimLookupDistribution(QELSimDistributionID id, const char* operation,
   QELSimStorage* storage =
       UseIdentifier(id.ContextNumber(), id.IsValid(), false, "distribution", operation);
   if (storage == nullptr) return false;
-  if (storage->FindDistribution(id.DistributionMinor(), distribution)) {
+  bool damaged = false;
+  if (storage->FindDistribution(id.DistributionMinor(), distribution, operation, &damaged)) {
     distribution->dimensionSet =
         QELSimCSetID(id.ContextNumber(), distribution->dimensionSet.CollectionMinor(),
                      distribution->dimensionSet.CSetMinor());
     return true;
   }
+  if (damaged) return false;
   ReportMissing(operation, "distribution", id.DistributionMinor());
   ReportContext(id.ContextNumber());
   return false;

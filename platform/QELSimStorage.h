@@ -46,9 +46,15 @@ class QELSimStorage : public mem_AllocationOperators {
   bool Writable() const { return m_writable; }
 
   // The service's groups, opened on first use; made when `create` and they do
-  // not exist yet. False when the file holds no service data (nothing printed)
-  // or a group cannot be opened or made (the wrapper prints).
-  bool Ready(bool create);
+  // not exist yet. False when the file holds no service data (nothing printed),
+  // data of another format (see CheckFormat) or a group cannot be opened or
+  // made (the wrapper prints).
+  // A writer names itself as `operation`: refusing data of another format is
+  // then reported.
+  bool Ready(bool create, const char* operation = nullptr);
+  // False after a message when the file holds service data that does not say
+  // it is of this service's format; the storage then offers none.
+  bool CheckFormat(const char* operation);
   const hdf_Group& Collections() const { return m_collections; }
   const hdf_Group& Distributions() const { return m_distributions; }
   // The minor part of the next new collection (distribution): the number made
@@ -59,12 +65,17 @@ class QELSimStorage : public mem_AllocationOperators {
   void DistributionAdded() { ++m_numDistributions; }
 
   // Lookups by minor parts; false, silently, when they name nothing here.
+  // Sets and distributions are checked against what they stand on (members
+  // inside their collection, one value per member of the set): one that is
+  // not consistent is refused after a message, with *damaged set.
   // The object of each kind found or made last is kept open: callers go
   // from a collection to its new set to a distribution over it, or from a
   // distribution's drawers to its values, one object at a time.
   bool FindCollection(uint32_t minor, hdf_Group* group, int* size);
-  bool FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size);
-  bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution);
+  bool FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size,
+               const char* operation, bool* damaged);
+  bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution,
+                        const char* operation, bool* damaged);
   // `sets`: how many sets it has, when known (a new collection has none).
   void RememberCollection(uint32_t minor, const hdf_Group& group, int size,
                           uint32_t sets = kQELSimNoMinor);
@@ -83,6 +94,7 @@ class QELSimStorage : public mem_AllocationOperators {
  private:
   hdf_File m_file;
   bool m_writable;
+  bool m_foreign = false;  // service data of another format
   hdf_Group m_collections;
   hdf_Group m_distributions;
   uint32_t m_numCollections;

@@ -23,6 +23,10 @@ hdf_Datatype hdf_Dataset::Type() const {
   return IsValid() ? hdf_Datatype::Adopt(H5Dget_type(Id())) : hdf_Datatype();
 }
 
+hsize_t hdf_Dataset::StorageSize() const {
+  return IsValid() ? H5Dget_storage_size(Id()) : 0;
+}
+
 bool hdf_Dataset::Extend(const hdf_DimensionList& size) {
   if (!IsValid()) return false;
   hdf_DimensionList current = Space().Dimensions();

@@ -20,6 +20,9 @@ class DDB_API hdf_Dataset {
   // The current extent (a fresh dataspace on every call).
   hdf_Dataspace Space() const;
   hdf_Datatype Type() const;
+  // The bytes the file holds for the dataset's values (0 when none, or invalid):
+  // what an extent read from a damaged file cannot be trusted beyond.
+  hsize_t StorageSize() const;
   // Grows the dataset to at least `size` in every dimension; never shrinks it.
   bool Extend(const hdf_DimensionList& size);
   // The selection of `memSpace` in `data` to the selection of `fileSpace`;

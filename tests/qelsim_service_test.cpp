@@ -249,6 +249,9 @@ TEST_F(QELSimService, DamagedServiceDataIsReportedNotTrusted) {
   {
     hdf_File file = hdf_File::Create(path.c_str(), hdf_File::Exclusive);
     hdf_Group service = file.RootGroup().GroupCreate("QELSim", 0);
+    int version = 1;
+    service.AttributeCreate("formatVersion", hdf_Datatype::NATIVE_INT(), hdf_Dataspace({1}))
+        .Write(hdf_Datatype::NATIVE_INT(), &version);
     hdf_Group collections = service.GroupCreate("collections", 0);
     hdf_Group distributions = service.GroupCreate("distributions", 0);
     collections.GroupCreate("0", 0);  // no "size"
@@ -278,6 +281,102 @@ TEST_F(QELSimService, DamagedServiceDataIsReportedNotTrusted) {
   EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::NumDrawers: no distribution 0" + in);
   EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID(n, 1)).NumDrawers(), 0);
   EXPECT_EQ(err.Take(), "**ERROR QELSimDistributionRef::NumDrawers: no distribution 1" + in);
+  QELSimManager::CloseContext(context);
+}
+
+// Replaces an int dataset of a closed file, or with `attribute` an int attribute, through HDF5.
+void RawReplaceInts(const std::string& path, const char* object, const std::vector<int>& values,
+                    const char* attribute = nullptr) {
+  hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+  hsize_t n = values.size();
+  hid_t space = H5Screate_simple(1, &n, nullptr);
+  if (attribute == nullptr) {
+    H5Ldelete(f, object, H5P_DEFAULT);
+    hid_t d = H5Dcreate2(f, object, H5T_NATIVE_INT, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
+    H5Dwrite(d, H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data());
+    H5Dclose(d);
+  } else {
+    hid_t o = H5Oopen(f, object, H5P_DEFAULT);
+    if (H5Aexists(o, attribute) > 0) H5Adelete(o, attribute);
+    if (!values.empty()) {
+      hid_t a = H5Acreate2(o, attribute, H5T_NATIVE_INT, space, H5P_DEFAULT, H5P_DEFAULT);
+      H5Awrite(a, H5T_NATIVE_INT, values.data());
+      H5Aclose(a);
+    }
+    H5Oclose(o);
+  }
+  H5Sclose(space);
+  H5Fclose(f);
+}
+
+TEST_F(QELSimService, InconsistentServiceDataIsRefusedWithAMessage) {
+  Made m;
+  {
+    QELSimContextID context = Create(path);
+    m = MakeSample(context);
+    QELSimManager::CloseContext(context);
+  }
+  CaptureErr err;
+  // The set's size and the distribution's drawers, then what was said.
+  auto check = [&]() {
+    QELSimContextID context = Open(path, hdf_File::ReadOnly);
+    int n = context.Number();
+    int size = QELSimCSet(QELSimCSetID(n, 0, 0)).Size();
+    int drawers = QELSimDistributionRef(QELSimDistributionID(n, 0)).NumDrawers();
+    QELSimManager::CloseContext(context);
+    return "sizes " + std::to_string(size) + " " + std::to_string(drawers) + "\n" + err.Take();
+  };
+  const std::string set = "/QELSim/collections/0/0";
+  const std::string setOf = "set 0 of collection 0 (size 10) ";
+  RawReplaceInts(path, set.c_str(), {3, 12, 7});
+  EXPECT_EQ(check(),
+            "sizes 0 0\n**ERROR QELSimCSet::Size: " + setOf +
+                "has a member outside its collection: 12 at position 1\n"
+                "**ERROR QELSimDistributionRef::NumDrawers: " +
+                setOf +
+                "has a member outside its collection: 12 at position 1\n"
+                "**ERROR QELSimDistributionRef::NumDrawers: distribution 0 holds 3 values over a "
+                "set that cannot be used\n");
+  RawReplaceInts(path, set.c_str(), {-1, 0, 7});
+  EXPECT_EQ(check(),
+            "sizes 0 0\n**ERROR QELSimCSet::Size: " + setOf +
+                "has a member outside its collection: -1 at position 0\n"
+                "**ERROR QELSimDistributionRef::NumDrawers: " +
+                setOf +
+                "has a member outside its collection: -1 at position 0\n"
+                "**ERROR QELSimDistributionRef::NumDrawers: distribution 0 holds 3 values over a "
+                "set that cannot be used\n");
+  RawReplaceInts(path, set.c_str(), std::vector<int>(11, 1));
+  std::string more =
+      "**ERROR QELSimCSet::Size: " + setOf + "has more members than its collection\n";
+  EXPECT_EQ(check().substr(0, 10 + more.size()), "sizes 0 0\n" + more);
+  RawReplaceInts(path, set.c_str(), {3, 0, 7});
+  const char* distribution = "/QELSim/distributions/0";
+  RawReplaceInts(path, distribution, {30, 0});
+  RawReplaceInts(path, distribution, {0, 0}, "dimensionSet");
+  EXPECT_EQ(check(),
+            "sizes 3 0\n**ERROR QELSimDistributionRef::NumDrawers: distribution 0 holds 2 values "
+            "for the 3 members of its set\n");
+  RawReplaceInts(path, distribution, {30, 0, -70});
+  RawReplaceInts(path, distribution, {0, 0}, "dimensionSet");
+  EXPECT_EQ(check(), "sizes 3 1\n");
+  QELSimContextID context = Open(path, hdf_File::ReadOnly);
+  EXPECT_EQ(ReadInt32(QELSimDistributionID(context.Number(), 0)), (std::vector<int>{30, 0, -70}));
+  QELSimManager::CloseContext(context);
+
+  // A format this service does not know: its data are offered to no one.
+  RawReplaceInts(path, "/QELSim", {2}, "formatVersion");
+  const std::string foreign = "**ERROR QELSimManager::OpenContext: file " + path +
+                              ": service data of format version 2, not 1\n";
+  EXPECT_EQ(check().substr(0, 10 + foreign.size()), "sizes 0 0\n" + foreign);
+  RawReplaceInts(path, "/QELSim", {}, "formatVersion");
+  context = Open(path, hdf_File::ReadWrite);
+  EXPECT_EQ(err.Take(), "**ERROR QELSimManager::OpenContext: file " + path +
+                            ": service data without a format version, not 1\n");
+  EXPECT_EQ(QELSimCollectionRef::Create(context, 3), QELSimCollectionID());
+  EXPECT_EQ(err.Take(),
+            "**ERROR QELSimCollectionRef::Create: the file's service data are of "
+            "another format\n");
   QELSimManager::CloseContext(context);
 }
 
