@@ -36,6 +36,23 @@ void ReportGroup(const char* operation, const hdf_Group& group, const char* what
   aio_cerr.put('\n');
 }
 
+// No element of a repository takes fewer bytes of its file than this (its
+// link alone does), so a "#size" beyond the file's size over it is damage.
+const hsize_t kLeastBytesPerElement = 16;
+// Members records are small; one whose extent claims more than this is
+// checked against the bytes the file holds for it before anything is read.
+const hsize_t kTrustedMembersBytes = 64 * 1024;
+
+hsize_t FileSize(hid_t object) {
+  hid_t file = H5Iget_file_id(object);
+  hsize_t size = 0;
+  if (file >= 0) {
+    if (H5Fget_filesize(file, &size) < 0) size = 0;
+    H5Fclose(file);
+  }
+  return size;
+}
+
 }  // namespace
 
 gbb_Group::gbb_Group(const hdf_Group& group, int typeTag) : m_group(group) {
@@ -130,6 +147,21 @@ int gbb_Repository::ReadSize() const {
     ReportGroup("gbb_Repository::ReadSize", m_group, "\"#size\" is negative");
     return 0;
   }
+  if (static_cast<hsize_t>(n) > FileSize(m_group.Id()) / kLeastBytesPerElement) {
+    // Claims more elements than the file can hold: count the ones that are
+    // there (named densely from "0"), so that opening the array stays bounded.
+    int present = 0, absent = n;
+    while (absent - present > 1) {
+      int middle = present + (absent - present) / 2;
+      (m_group.GetObjinfoExists(Decimal(middle - 1)) ? present : absent) = middle;
+    }
+    char what[96];
+    std::snprintf(what, sizeof what,
+                  "\"#size\" is %d, more than the file can hold: %d elements are there", n,
+                  present);
+    ReportGroup("gbb_Repository::ReadSize", m_group, what);
+    return present;
+  }
   return n;
 }
 
@@ -158,6 +190,7 @@ int gbb_Dataset::Size() const {
   hdf_Dataspace space;
   hsize_t n = 0;
   if (!Shape("gbb_Dataset::Size", &space, &n)) return 0;
+  n = Backed(n, "gbb_Dataset::Size");
   return n > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(n);
 }
 
@@ -181,12 +214,26 @@ int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {
   hdf_Dataspace file, memory;
   hsize_t length = 0;
   if (!Shape("gbb_Dataset::Read", &file, &length)) return 0;
+  length = Backed(length, nullptr);              // Size has said what the extent claims
   if (length > 0x7FFFFFFF) length = 0x7FFFFFFF;  // as Size() answers
   int64_t available = static_cast<int64_t>(length) - offset;
   if (available <= 0) return 0;
   int n = available < count ? static_cast<int>(available) : count;
   if (!Select(offset, n, &file, &memory)) return 0;
   return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? n : 0;
+}
+
+hsize_t gbb_Dataset::Backed(hsize_t length, const char* operation) const {
+  if (length <= kTrustedMembersBytes) return length;
+  hsize_t stored = m_dataset.StorageSize();
+  if (length <= stored) return length;
+  if (operation != nullptr) {
+    char what[96];
+    std::snprintf(what, sizeof what, "members dataset claims %llu bytes, the file holds %llu",
+                  static_cast<unsigned long long>(length), static_cast<unsigned long long>(stored));
+    ReportGroup(operation, m_group.Platform(), what);
+  }
+  return stored;
 }
 
 bool gbb_Dataset::Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory) {

@@ -94,6 +94,9 @@ class DDB_API gbb_Dataset {
   // and holds bytes; otherwise a message and false. Each operation asks HDF5
   // for the space once: on a members dataset that is much of a load's cost.
   bool Shape(const char* operation, hdf_Dataspace* space, hsize_t* length) const;
+  // `length`, or the bytes the file holds for the dataset when a large
+  // extent claims more (damage: reported as `operation` unless null).
+  hsize_t Backed(hsize_t length, const char* operation) const;
   // Selects `count` bytes at `offset` in `file` and makes the matching memory space.
   static bool Select(int64_t offset, int count, hdf_Dataspace* file, hdf_Dataspace* memory);
 

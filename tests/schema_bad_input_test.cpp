@@ -176,9 +176,9 @@ TEST_F(BadInput, TruncatedCopiesAreRefusedAndTheOriginalStaysIntact) {
       msfD_Sim sim =
           readOnly ? root.openSimReadOnly(copy.c_str(), "", 0) : root.openSim(copy.c_str(), "", 0);
       EXPECT_TRUE(!sim);
-      EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file " + copy +
-                                (keep < 8 ? ": not an HDF5 file\n"
-                                          : ": damaged or truncated HDF5 file\n"));
+      EXPECT_EQ(err.Take(),
+                "**ERROR hdf_File::Open: cannot open file " + copy +
+                    (keep < 8 ? ": not an HDF5 file\n" : ": damaged or truncated HDF5 file\n"));
     }
   }
   EXPECT_EQ(OpenObjects(), 0);
@@ -283,6 +283,33 @@ TEST_F(BadInput, ATruncatedMembersDatasetKeepsWhatWasReadBeforeTheCut) {
   EXPECT_EQ(err.Take(), "");
 }
 
+// An extent damaged far beyond what the file holds is not read on trust:
+// the stored bytes are read, with one line on what the extent claimed.
+TEST_F(BadInput, AMembersExtentBeyondTheFileReadsOnlyWhatIsStored) {
+  MakeDatabase();
+  const std::string members = std::string(kMesh) + "/#simpleTypeMembers";
+  const size_t stored = RawDatasetBytes(file, members).size();
+  hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+  hid_t d = H5Dopen2(f, members.c_str(), H5P_DEFAULT);
+  hsize_t huge = hsize_t(1) << 58;
+  H5Dset_extent(d, &huge);
+  H5Dclose(d);
+  H5Fclose(f);
+  msfD_Root root(0);
+  CaptureErr err;
+  msfD_Sim sim = root.openSimReadOnly(file.c_str(), "", 0);
+  msfD_Mesh mesh = sim.discreteModel().mesh();
+  long long before = mem_GetStatistics().allocations;
+  EXPECT_EQ(mesh.nodes(), QELSimCollectionID(sim.distributionService().Context().Number(), 3));
+  EXPECT_LT(mem_GetStatistics().allocations - before, 100);
+  const std::string claim =
+      "**ERROR gbb_Dataset::Size: members dataset claims "
+      "288230376151711744 bytes, the file holds 1024 in " +
+      std::string(kMesh) + "\n";
+  EXPECT_EQ(err.Take(), claim);
+  EXPECT_LE(stored, 1024u);
+}
+
 TEST_F(BadInput, RandomMembersBytesGiveALoadErrorAndNothingWorse) {
   MakeDatabase();
   const std::string pristine = ReadWholeFile(file);
@@ -361,6 +388,33 @@ TEST_F(BadInput, RepositorySizesThatDoNotMatchTheElements) {
     EXPECT_EQ(err.Take(), "**ERROR gbb_Repository::ReadSize: \"#size\" is negative" + where);
     EXPECT_TRUE(!systems.get(0));
     EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::get: index out of range: 0, length = 0\n");
+  }
+  // Sizes no file of this size can hold: the elements that are there count,
+  // and opening the array allocates nothing for the others.
+  for (long long huge : {2147483647LL, 1LL << 40}) {
+    WriteWholeFile(file, pristine);
+    hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+    hid_t o = H5Oopen(f, kSystems, H5P_DEFAULT);
+    H5Adelete(o, "#size");
+    hsize_t one[2] = {1, 1};
+    hid_t space = H5Screate_simple(2, one, nullptr);
+    hid_t a = H5Acreate2(o, "#size", H5T_NATIVE_LLONG, space, H5P_DEFAULT, H5P_DEFAULT);
+    H5Awrite(a, H5T_NATIVE_LLONG, &huge);
+    H5Aclose(a);
+    H5Sclose(space);
+    H5Oclose(o);
+    H5Fclose(f);
+    msfD_Root root(0);
+    CaptureErr err;
+    long long before = mem_GetStatistics().allocations;
+    auto systems = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh().systems();
+    EXPECT_EQ(systems.count(), 4);
+    EXPECT_LT(mem_GetStatistics().allocations - before, 1000);
+    EXPECT_EQ(err.Take(),
+              "**ERROR gbb_Repository::ReadSize: \"#size\" is 2147483647, more than "
+              "the file can hold: 4 elements are there" +
+                  where);
+    EXPECT_STREQ(systems.get(3).systemName().cStr(), "bare");
   }
   WriteWholeFile(file, pristine);
   RawDelete(file, kSystems, "#size");
