@@ -14,14 +14,21 @@ void ReportOutOfBounds(int i) {
   aio_cerr.print("** ERROR ada_List::operator[]: index ").print_int(i).print(" is out of bounds\n");
 }
 
-// Where an out-of-range index lands: a slot outside every list, reset to the
-// type's default on each use, so that a caller who ignores the message reads
-// a default value instead of memory it does not own.
+// Where an out-of-range index lands: slot i computed from the storage as for
+// a valid index (callers compute end pointers as &list[list.count()]), so
+// dereferencing it is the caller's business; the library never does. A list
+// with no storage at all has no slot to compute from: it answers a scratch
+// slot instead of a reference through null.
 template <class T>
-T& ScratchSlot() {
-  static T scratch;
-  scratch = T();
-  return scratch;
+T& SlotOutOfBounds(T* data, int i) {
+  if (data == nullptr) {
+    static T scratch;
+    return scratch;
+  }
+  // Computed as an address, not by indexing: the slot may lie outside the block.
+  return *reinterpret_cast<T*>(reinterpret_cast<std::uintptr_t>(data) +
+                               static_cast<std::intptr_t>(i) *
+                                   static_cast<std::intptr_t>(sizeof(T)));
 }
 
 }  // namespace
@@ -43,7 +50,7 @@ template <class T>
 T& ada_List<T>::operator[](int i) {
   if (i < 0 || i >= m_count) {
     ReportOutOfBounds(i);
-    return ScratchSlot<T>();
+    return SlotOutOfBounds(m_data, i);
   }
   return m_data[i];
 }
@@ -52,7 +59,7 @@ template <class T>
 const T& ada_List<T>::operator[](int i) const {
   if (i < 0 || i >= m_count) {
     ReportOutOfBounds(i);
-    return ScratchSlot<T>();
+    return SlotOutOfBounds(m_data, i);
   }
   return m_data[i];
 }
@@ -98,7 +105,12 @@ void ada_List<T>::grow() {
 
 template <class T>
 void ada_List<T>::append(const T& x, int n) {
-  if (n <= 0) return;
+  if (n <= 0) {
+    // A negative n is not guarded against: copies are made n times (none),
+    // and a list of nothing only counts, so its count goes down by -n.
+    if (std::is_same<T, ada_none>::value) m_count += n;
+    return;
+  }
   if (static_cast<long long>(m_count) + n > m_capacity) {
     // x may live in this list's storage, which growing moves: copy it first.
     std::uintptr_t at = reinterpret_cast<std::uintptr_t>(&x);
@@ -113,7 +125,10 @@ void ada_List<T>::append(const T& x, int n) {
       grow();
     }
   }
-  for (int i = 0; i < n; ++i) new (&m_data[m_count + i]) T(x);
+  // Nothing is written for ada_none: its one byte per slot is only reserved.
+  if (!std::is_same<T, ada_none>::value) {
+    for (int i = 0; i < n; ++i) new (&m_data[m_count + i]) T(x);
+  }
   m_count += n;
 }
 

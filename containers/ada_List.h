@@ -21,7 +21,8 @@ class DDB_API ada_List {
   ada_List(const ada_List<T>& other);
   ~ada_List();
 
-  // Out-of-range indices print a message and yield a scratch slot outside the list.
+  // Out-of-range indices print a message and yield slot i computed from the
+  // storage, as for a valid index (a scratch slot when there is no storage).
   T& operator[](int i);
   const T& operator[](int i) const;
 

@@ -80,7 +80,9 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     // One pass of empty holders: opening an array must cost next to nothing
     // whatever its size, since only the elements asked for are read.
     THolder empty;
-    m_elements.append(empty, m_repository.ReadSize());
+    int n = m_repository.ReadSize();
+    m_elements.reserve(n);  // exactly n slots, not the growth rule of append
+    m_elements.append(empty, n);
   }
   // Elements are closed last first by the buffer's destructor.
   ~gbb_ArrayImpl() {}
@@ -89,6 +91,8 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   gbb_Path Path() const { return &m_path; }
   bool IsConnected() const { return m_connected; }
   int count() const { return m_elements.count(); }
+  // Element slots the array has room for without growing.
+  int Capacity() const { return m_elements.capacity(); }
 
   T get(int index) {
     if (index < 0 || index >= m_elements.count()) {
@@ -108,11 +112,12 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     int i = m_elements.count();
     m_elements.append(holder, 1);
     THolder& slot = m_elements[i];
-    if (!slot.IsEmpty()) slot.SetPath(&m_path, i);
+    // An empty slot goes through the same steps: its holder says what it cannot do.
+    slot.SetPath(&m_path, i);
     if (m_connected) {
       hdf_WriteBatch transaction(m_repository.Platform().Id());  // element, sub-tree and size
       gbb_Group group = m_repository.CreateElement(i);
-      if (!slot.IsEmpty()) slot.Bind(group);
+      slot.Bind(group);
       m_repository.WriteSize(m_elements.count());
     }
     return slot.Get();

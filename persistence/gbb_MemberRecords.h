@@ -23,13 +23,11 @@
 #include "persistence/gbb_MemoryStream.h"
 #include "platform/QELSimIDs.h"
 
-// A value the stream carries as one item: its base, and the fewest bytes its
-// stored form can take (used to reject impossible map counts up front).
-template <class T, gbb_MemoryStream::Base B, int MinBytes>
+// A value the stream carries as one item, and its base.
+template <class T, gbb_MemoryStream::Base B>
 struct gbb_ScalarMemberType {
   static constexpr gbb_MemoryStream::Shape kShape = gbb_MemoryStream::ShapeScalar;
   static constexpr gbb_MemoryStream::Base kBase = B;
-  static constexpr int kMinBytes = MinBytes;
   static void Write(gbb_MemoryStream& stream, const T& value) { stream.Write(value); }
   static bool Read(gbb_MemoryStream& stream, T& value) { return stream.Read(value); }
 };
@@ -39,33 +37,33 @@ template <class T>
 struct gbb_MemberType;
 
 template <>
-struct gbb_MemberType<int> : gbb_ScalarMemberType<int, gbb_MemoryStream::BaseInt, 4> {};
+struct gbb_MemberType<int> : gbb_ScalarMemberType<int, gbb_MemoryStream::BaseInt> {};
 template <>
-struct gbb_MemberType<double> : gbb_ScalarMemberType<double, gbb_MemoryStream::BaseDouble, 8> {};
+struct gbb_MemberType<double> : gbb_ScalarMemberType<double, gbb_MemoryStream::BaseDouble> {};
 template <>
-struct gbb_MemberType<ada_string>
-    : gbb_ScalarMemberType<ada_string, gbb_MemoryStream::BaseString, 4> {};
+struct gbb_MemberType<ada_string> : gbb_ScalarMemberType<ada_string, gbb_MemoryStream::BaseString> {
+};
 template <>
 struct gbb_MemberType<QELSimCollectionID>
-    : gbb_ScalarMemberType<QELSimCollectionID, gbb_MemoryStream::BaseCollectionID, 4> {};
+    : gbb_ScalarMemberType<QELSimCollectionID, gbb_MemoryStream::BaseCollectionID> {};
 template <>
 struct gbb_MemberType<QELSimCSetID>
-    : gbb_ScalarMemberType<QELSimCSetID, gbb_MemoryStream::BaseCSetID, 4> {};
+    : gbb_ScalarMemberType<QELSimCSetID, gbb_MemoryStream::BaseCSetID> {};
 template <>
 struct gbb_MemberType<QELSimDistributionID>
-    : gbb_ScalarMemberType<QELSimDistributionID, gbb_MemoryStream::BaseDistributionID, 4> {};
+    : gbb_ScalarMemberType<QELSimDistributionID, gbb_MemoryStream::BaseDistributionID> {};
 
 // A map: shape by key kind, base of its values. Pairs are inserted one by
 // one with the map's insert, so a map that occurs twice in a stream gets the
-// entries of both records. A count that the remaining bytes cannot hold is
-// an overrun before anything is allocated.
+// entries of both records. Reading stops at the count or at the first pair
+// that cannot be read, keeping the pairs before it; nothing is reserved for
+// the count, so a damaged count costs no more memory than the pairs present.
 template <class Map, class Key, class Value, gbb_MemoryStream::Shape S>
 struct gbb_MapMemberType {
   static_assert(gbb_MemberType<Value>::kShape == gbb_MemoryStream::ShapeScalar,
                 "map values are scalars");
   static constexpr gbb_MemoryStream::Shape kShape = S;
   static constexpr gbb_MemoryStream::Base kBase = gbb_MemberType<Value>::kBase;
-  static constexpr int kMinBytes = 4;
 
   // Pairs in key order, walked over the tree's nodes directly: the map's
   // iterator would allocate a stack link per step.
@@ -88,11 +86,6 @@ struct gbb_MapMemberType {
   static bool Read(gbb_MemoryStream& stream, Map& map) {
     int count = 0;
     if (!stream.Read(count)) return false;
-    const int pairBytes = gbb_MemberType<Key>::kMinBytes + gbb_MemberType<Value>::kMinBytes;
-    if (count < 0 || count > stream.Remaining() / pairBytes) {
-      stream.Fail(gbb_MemoryStream::ErrorOverrun);
-      return false;
-    }
     Key key;
     Value value;
     for (int i = 0; i < count; ++i) {

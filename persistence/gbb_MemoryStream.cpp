@@ -51,8 +51,8 @@ gbb_MemoryStream::gbb_MemoryStream(Buffer buffer, QELSimContextID context)
       m_limit(m_buffer.count()) {
   int header = 0;
   if (!Read(header)) return;  // fewer than 4 bytes: overrun
+  // Taken as it is: a header below 4 lets the first read fail, not this.
   m_limit = header;
-  if (header < kHeaderSize) m_status = ErrorOverrun;
 }
 
 gbb_MemoryStream::Buffer gbb_MemoryStream::GetBuffer() {

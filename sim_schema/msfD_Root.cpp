@@ -128,8 +128,10 @@ int msfD_Root::PositionOf(const msfD_Sim& sim) const {
 }
 
 void msfD_Root::closeSim(msfD_Sim sim) {
-  // Only sims of this root are closed; anything else is ignored silently.
-  int index = !sim ? -1 : PositionOf(sim);
+  // An empty sim prints its Path() message and has index -1.
+  if (sim.Path().Index() < 0) return;
+  // A guard of our own: a sim of another root is ignored silently.
+  int index = PositionOf(sim);
   if (index < 0) return;
   if (m_trace != 0) aio_cerr.print("msfD_Root::closeSim\n");
   RemoveValue(m_files, sim);

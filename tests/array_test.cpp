@@ -113,13 +113,43 @@ TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
   err.Take();
 }
 
+// A connected array runs every step of add on an empty holder too: the
+// slot's own messages, an element group, and the new "#size". Reopened, the
+// array reserves exactly its size.
+TEST_F(Arrays, AnEmptyHolderGoesThroughEveryStepAndStoredArraysReserveTheirSize) {
+  {
+    msfD_Root root(0);
+    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+    msfD_Mesh mesh =
+        sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
+            .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+    for (int i = 0; i < 17; ++i) mesh.systems().add(NewSystem("s"));
+    CaptureErr err;
+    fesD_FESystemHolder none;
+    EXPECT_TRUE(!mesh.systems().add(none));
+    EXPECT_EQ(err.Take(),
+              "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n"
+              "**ERROR fesD_FESystemHolder::SetPath: called on an empty holder\n"
+              "**ERROR fesD_FESystemHolder::Bind: called on an empty holder\n");
+    EXPECT_EQ(RawSize(file, systems), 18);
+    EXPECT_EQ(RawChildren(file, systems).size(), 18u);
+  }
+  msfD_Root root(0);
+  auto stored = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh().systems();
+  EXPECT_EQ(stored.count(), 18);
+  EXPECT_EQ(stored.GetImpl()->Capacity(), 18);  // not 32, as growing one by one would give
+}
+
 TEST(ArraysInMemory, MessagesOfMisuse) {
   CaptureErr err;
   msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);
   auto systems = holder.Get().systems();
   fesD_FESystemHolder none;
   EXPECT_TRUE(!systems.add(none));
-  EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n");
+  // The steps still run on the empty slot, which says what it cannot do.
+  EXPECT_EQ(err.Take(),
+            "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n"
+            "**ERROR fesD_FESystemHolder::SetPath: called on an empty holder\n");
   EXPECT_EQ(systems.count(), 1);  // an empty slot was appended
   EXPECT_TRUE(!systems.get(0));
   // The handle conversions keep the instantiation: a mesh's array is not a

@@ -230,10 +230,20 @@ TEST(MemoryStream, LimitComesFromTheHeaderButNeverPassesTheBuffer) {
 }
 
 TEST(MemoryStream, ShortOrBogusHeadersAreOverruns) {
-  const ByteVector cases[] = {{}, {4, 0, 0}, {3, 0, 0, 0}, {0xFF, 0xFF, 0xFF, 0xFF, 0}};
-  for (const ByteVector& bytes : cases) {
+  // Fewer than 4 bytes: the header itself cannot be read.
+  for (const ByteVector& bytes : {ByteVector{}, ByteVector{4, 0, 0}}) {
     S r(ToBuffer(bytes), kContext);
     EXPECT_EQ(r.Status(), S::ErrorOverrun) << bytes.size();
+  }
+  // A header below 4 is taken as the limit; the first read fails, not the constructor.
+  for (const ByteVector& bytes :
+       {ByteVector{3, 0, 0, 0, 7}, ByteVector{0xFF, 0xFF, 0xFF, 0xFF, 0}}) {
+    S r(ToBuffer(bytes), kContext);
+    EXPECT_EQ(r.Status(), 0);
+    EXPECT_EQ(r.Limit(), bytes[0] == 3 ? 3 : -1);
+    unsigned char byte = 0;
+    EXPECT_FALSE(r.Read(byte));
+    EXPECT_EQ(r.Status(), S::ErrorOverrun);
   }
   S exact(ToBuffer({4, 0, 0, 0}), kContext);
   EXPECT_EQ(exact.Status(), 0);

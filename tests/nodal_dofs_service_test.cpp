@@ -146,7 +146,10 @@ TEST_F(MaskDatabaseDeathTest, DistributionMustHaveOneDrawer) {
   // The null identifier names no distribution: the service reports it and
   // counts no drawers.
   EXPECT_DEATH(fesD_NodalDofDefinition(QELSimDistributionID(), 0, false),
-               "Assertion failed: distribution\\.NumDrawers\\(\\) == 1\n");
+               "\\*\\*ERROR QELSimDistributionRef::NumDrawers: null distribution identifier\n"
+               "nodal_dofs_service_test: [^\n]*/fes/dpa/impl/fesD_NodalDofDefinition\\.cpp:[0-9]+: "
+               "fesD_NodalDofDefinition::fesD_NodalDofDefinition\\(QELSimDistributionID, int, "
+               "bool\\): Assertion `distribution\\.NumDrawers\\(\\) == 1' failed\\.\n");
 }
 
 TEST_F(MaskDatabaseDeathTest, OrderingNamingDofsTheMeshLacks) {
@@ -159,7 +162,7 @@ TEST_F(MaskDatabaseDeathTest, OrderingNamingDofsTheMeshLacks) {
 TEST_F(MaskDatabaseDeathTest, WritePermutationNeedsAnOrdering) {
   fesD_NodalDofDefinition def(StoreMasks({0b1}), 0, false);
   QELSimCollectionID dofs = QELSimCollectionRef::Create(m_context, 1);
-  EXPECT_DEATH(def.WritePermutation(dofs), "Assertion failed: m_solverToSystemId\n");
+  EXPECT_DEATH(def.WritePermutation(dofs), ": Assertion `m_solverToSystemId' failed\\.\n");
 }
 
 }  // namespace

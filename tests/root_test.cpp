@@ -67,8 +67,9 @@ TEST_F(Root, ClosingRenumbersTheOthersAndTheirObjects) {
   model.Frames(QELSimCollectionID(c, 5));
   EXPECT_EQ(model.frames().CollectionMinor(), 5u);
   CaptureErr err;
-  root.closeSim(msfD_Sim());  // silently ignored
-  root.closeSim(first);       // no longer open: ignored
+  root.closeSim(msfD_Sim());  // its path is asked for, then nothing happens
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
+  root.closeSim(first);  // no longer open, or of another root: ignored silently
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(root.count(), 2);
 }

@@ -183,10 +183,35 @@ TEST(AdaList, SwapAndNoneElements) {
   EXPECT_EQ(nothing.capacity(), 32);
   EXPECT_EQ(&nothing[1] - &nothing[0], 1);  // one byte per slot
 
+  // A negative n is not guarded against: a list of nothing counts down.
+  nothing.append(ada_none(), -5);
+  EXPECT_EQ(nothing.count(), 15);
+  EXPECT_EQ(nothing.capacity(), 32);
+  ada_List<int> ints;
+  ints.append(7, 2);
+  ints.append(7, -1);
+  EXPECT_EQ(ints.count(), 2);
+}
+
+// Out of range, both operators print and answer the slot computed from the
+// storage, as for a valid index: end pointers work. Only addresses are
+// compared; reading such a slot is the caller's business.
+TEST(AdaList, OutOfRangeIndicesAnswerTheComputedSlot) {
+  CaptureErr err;
   ada_List<QELSimCSetID> ids;
   ids.append(QELSimCSetID(3, 4, 5), 2);
-  EXPECT_EQ(ids[1], QELSimCSetID(3, 4, 5));
-  EXPECT_FALSE(ids[5].IsValid());  // out of range: a default (null) identifier
+  const ada_List<QELSimCSetID>& constant = ids;
+  EXPECT_EQ(&ids[2], ids.data() + 2);
+  EXPECT_EQ(&constant[-1], ids.data() - 1);
+  EXPECT_EQ(&constant[40], ids.data() + 40);
+  EXPECT_EQ(err.Take(),
+            "** ERROR ada_List::operator[]: index 2 is out of bounds\n"
+            "** ERROR ada_List::operator[]: index -1 is out of bounds\n"
+            "** ERROR ada_List::operator[]: index 40 is out of bounds\n");
+  ada_List<ada_string> strings;
+  strings.reserve(4);
+  EXPECT_EQ(&strings[0], strings.data());
+  EXPECT_EQ(err.Take(), "** ERROR ada_List::operator[]: index 0 is out of bounds\n");
 }
 
 TEST(Mem, SaturatedSizesFailInsteadOfWrapping) {

@@ -71,7 +71,9 @@ const char kInconsistentCount[] = "THE SOLVER AND FE MESH HAVE AN INCONSISTENT N
 fesD_NodalDofDefinition::fesD_NodalDofDefinition(QELSimDistributionID masks, int shift,
                                                  bool addLabel10) {
   QELSimDistributionRef distribution(masks);
-  if (!(distribution.NumDrawers() == 1)) FailAssertion("distribution.NumDrawers() == 1");
+  if (!(distribution.NumDrawers() == 1)) {
+    FailAssertion("distribution.NumDrawers() == 1", __FILE__, __LINE__, __PRETTY_FUNCTION__);
+  }
   QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
   distribution.QueryDrawers(drawers);
   m_numNodes = drawers[0].DataSizeItems(0);
@@ -398,9 +400,15 @@ void fesD_NodalDofDefinition::SetupSolverDofIdMaps(uint32_t solverLabelMask) {
   }
 }
 
-void fesD_NodalDofDefinition::FailAssertion(const char* condition) {
-  aio_cerr.print("Assertion failed: ").print(condition).put('\n').flush();
-  std::abort();
+// The C runtime's report of a failed assert(), which <assert.h> declares only
+// without NDEBUG: "<program>: <file>:<line>: <function>: Assertion `<condition>' failed."
+extern "C" void __assert_fail(const char* condition, const char* file, unsigned line,
+                              const char* function) noexcept __attribute__((__noreturn__));
+
+void fesD_NodalDofDefinition::FailAssertion(const char* condition, const char* file, unsigned line,
+                                            const char* function) {
+  aio_cerr.flush();
+  __assert_fail(condition, file, line, function);
 }
 void fesD_NodalDofDefinition::MappingToSolverDofs(int* out) const {
   RequireSolverDofs();

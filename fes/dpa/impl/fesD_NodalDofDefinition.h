@@ -123,10 +123,14 @@ class DDB_API fesD_NodalDofDefinition {
   void SetupSolverDofIdMaps(uint32_t solverLabelMask);
   void InitialiseTables(int shift, bool addLabel10);
   void RequireSolverDofs() const {
-    if (m_solverToSystemId == nullptr) FailAssertion("m_solverToSystemId");
+    if (m_solverToSystemId == nullptr) {
+      FailAssertion("m_solverToSystemId", __FILE__, __LINE__, __PRETTY_FUNCTION__);
+    }
   }
-  // Stops the process in every build type, unlike assert().
-  [[noreturn]] static void FailAssertion(const char* condition);
+  // Reports a failed assertion as the C runtime's assert() does and stops
+  // the process, in every build type (NDEBUG or not).
+  [[noreturn]] static void FailAssertion(const char* condition, const char* file, unsigned line,
+                                         const char* function);
 
   // Every field starts zero or null, whichever constructor runs.
   int m_numNodes = 0;
