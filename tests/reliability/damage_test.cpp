@@ -130,10 +130,19 @@ Verdict WalkInChild(const std::string& path) {
   } else {
     v.ending = kAbort;
   }
-  // The first frame of the report (or the faulting address) tells where.
-  size_t frame = text.find("#0 ", report == std::string::npos ? 0 : report);
-  size_t end = frame == std::string::npos ? std::string::npos : text.find('\n', frame);
-  std::string first = frame != std::string::npos ? text.substr(frame, end - frame) : v.report;
+  // The first frame of the report outside the sanitizer's own runtime (or
+  // the faulting address) tells where.
+  std::string first = v.report;
+  for (size_t frame = text.find("    #", report == std::string::npos ? 0 : report);
+       frame != std::string::npos; frame = text.find("    #", frame + 1)) {
+    std::string line = text.substr(frame, text.find('\n', frame) - frame);
+    if (line.find("libsanitizer") == std::string::npos &&
+        line.find("__interceptor_") == std::string::npos &&
+        line.find("libasan") == std::string::npos && line.find("libubsan") == std::string::npos) {
+      first = line;
+      break;
+    }
+  }
   v.inHdf5 = first.find("libhdf5") != std::string::npos;
   return v;
 }
@@ -495,6 +504,21 @@ TEST_F(Damage, EveryKindOfDamageIsWalkedWithoutTroubleInOurCode) {
           WalkInChild(copy), *s_keep);
   }
   PrintTable(tallies);
+}
+
+// Inputs that still reach a fault inside HDF5 1.10.8 (see the README's known
+// limits): walked as any damaged copy, they must never end badly in our code.
+TEST(HdfRegressions, KnownHdf5FaultsNeverEndBadlyInOurCode) {
+  Tally tally;
+  tally.name = "regressions";
+  ScratchDir dir;
+  for (const char* name : {"cache-entry-size-1", "cache-entry-size-2", "cache-entry-size-3"}) {
+    std::string kept = std::string(DDB_TESTS_DIR) + "/data/hdf5_regressions/" + name + ".sim";
+    std::string copy = dir.File("copy.sim");
+    WriteWholeFile(copy, ReadWholeFile(kept));
+    Count(tally, copy, name, WalkInChild(copy), dir.Path());
+  }
+  PrintTable({tally});
 }
 
 }  // namespace
