@@ -20,6 +20,12 @@ build/fuzz/fuzz/stream_fuzz -max_total_time="$seconds" -timeout=10 -malloc_limit
 
 mkdir -p build/fuzz/corpus/database build/fuzz/corpus/database-seeds
 build/fuzz/fuzz/make_database_corpus build/fuzz/corpus/database-seeds
-build/fuzz/fuzz/database_fuzz -max_total_time="$seconds" -timeout=20 -malloc_limit_mb=1024 \
-  -max_len=262144 -print_final_stats=1 -artifact_prefix=build/fuzz/ \
+# HDF5 1.10.8 sizes some metadata cache entries from the (damaged) file before
+# reading them (see the README's known limits); an impossible allocation must
+# then fail as it does outside the sanitizer, so malloc may return null and
+# only memory really used (rss) counts. HDF5's own leaks on such paths are
+# suppressed (fuzz/lsan.supp), the library's are not.
+ASAN_OPTIONS=allocator_may_return_null=1 LSAN_OPTIONS=suppressions=fuzz/lsan.supp \
+build/fuzz/fuzz/database_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
+  -malloc_limit_mb=1048576 -max_len=262144 -print_final_stats=1 -artifact_prefix=build/fuzz/ \
   build/fuzz/corpus/database build/fuzz/corpus/database-seeds

@@ -3,7 +3,7 @@
 # Runs as root, or through sudo when it is available.
 set -eu
 packages="build-essential cmake pkg-config libhdf5-dev hdf5-tools libgtest-dev libgmock-dev \
-libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev"
+libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev valgrind"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
