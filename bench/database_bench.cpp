@@ -28,7 +28,7 @@
 #include "bench_util.h"
 #include "fes/fes.h"
 #include "frame/DDB_PDM_Core_startup.h"
-#include "platform/hdf.h"
+#include "platform/hdf/hdf.h"
 #include "sim_schema/sim_schema.h"
 
 namespace {

@@ -14,8 +14,8 @@
 
 #include "bench_util.h"
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
-#include "platform/QELSimService.h"
-#include "platform/mem.h"
+#include "platform/service/QELSimService.h"
+#include "platform/core/mem.h"
 #include "support/fe_deck.h"
 
 namespace {

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "bench_util.h"
-#include "platform/QELSimService.h"
+#include "platform/service/QELSimService.h"
 
 namespace {
 

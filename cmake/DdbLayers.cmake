@@ -15,6 +15,7 @@ set(DDB_LAYER_VIEWS ${CMAKE_CURRENT_BINARY_DIR}/layer_views)
 function(ddb_layer target folder)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SEES;SOURCES")
   set(view ${DDB_LAYER_VIEWS}/${target})
+  file(REMOVE_RECURSE ${view})  # links only: what they point to stays
   foreach(seen IN LISTS arg_SEES folder)
     get_filename_component(parent ${view}/source/${seen} DIRECTORY)
     file(MAKE_DIRECTORY ${parent})

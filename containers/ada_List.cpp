@@ -5,8 +5,8 @@
 #include <new>
 #include <type_traits>
 
-#include "platform/aio_ostream.h"
-#include "platform/mem.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #define DDB_CONTAINERS_ADA_LIST_H_
 
 #include "containers/ada_element_types.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 template <class T>
 class DDB_API ada_List {

@@ -12,7 +12,7 @@
 #include "containers/ada_element_types.h"
 #include "containers/ada_string.h"
 #include "containers/omi_Btree.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 template <class T>
 class ada_MapString {

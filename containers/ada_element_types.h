@@ -10,7 +10,7 @@
 
 #include "containers/ada_none.h"
 #include "containers/ada_string.h"
-#include "platform/QELSimIDs.h"
+#include "platform/service/QELSimIDs.h"
 
 // The signed 64-bit element type.
 typedef int64_t ada_int64;

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 const char kEmptyText[1] = {0};

@@ -7,7 +7,7 @@
 #ifndef DDB_CONTAINERS_ADA_STRING_H_
 #define DDB_CONTAINERS_ADA_STRING_H_
 
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 class DDB_API ada_string {
  public:

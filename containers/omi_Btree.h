@@ -20,7 +20,7 @@
 
 #include "containers/ada_element_types.h"
 #include "containers/omi_BtreeCompare.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 template <class K, class V>
 class omi_Btree;

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "containers/ada_string.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 // The key of the int-keyed maps. A struct rather than a bare int so that its
 // order is chosen by overload, like every other key's.

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "containers/omi_Btree.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 // ---- node ----
 

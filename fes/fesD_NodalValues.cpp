@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 int* fesD_ReadNodalValues(QELSimDistributionID id, QELSimPersistentDrawerDesc& drawer, int count) {
   const QELSimCSetID nodeOrder = drawer.DimensionSets()[0];

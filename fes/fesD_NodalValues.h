@@ -7,7 +7,7 @@
 #ifndef DDB_FES_FESD_NODALVALUES_H_
 #define DDB_FES_FESD_NODALVALUES_H_
 
-#include "platform/QELSimService.h"
+#include "platform/service/QELSimService.h"
 
 // A new array (mem_OperatorNewThrowBuiltin) of `count` values of `id`, in the
 // order of `drawer`'s first dimension set. It is zeroed first, so a read that

@@ -11,7 +11,7 @@
 #define DDB_FES_FESD_UTILITIES_H_
 
 #include "fes/fesD_FESystem.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 class DDB_API fesD_Utilities {
  public:

@@ -1,7 +1,7 @@
 #include "frame/DDB_PDM_Core_startup.h"
 
-#include "platform/startup_counter.h"
-#include "platform/suite_startup.h"
+#include "platform/core/startup_counter.h"
+#include "platform/core/suite_startup.h"
 
 namespace {
 // Plain zero-initialised counters: nothing runs when the library is loaded.

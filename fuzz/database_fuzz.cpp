@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 #include "reliability/walk.h"
 
 namespace {

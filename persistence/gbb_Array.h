@@ -21,9 +21,9 @@
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_Path.h"
 #include "persistence/gbb_TraverseContext.h"
-#include "platform/aio_ostream.h"
-#include "platform/hdf_File.h"
-#include "platform/mem.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/hdf/hdf_File.h"
+#include "platform/core/mem.h"
 
 template <class T, class THolder, class TRepository, class TOwner>
 class gbb_ArrayImpl;

@@ -24,7 +24,7 @@
 #include <new>
 #include <type_traits>
 
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 template <class T, class TOwner>
 class gbb_AutoArray {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 gbb_ClassID::gbb_ClassID(const char* text) : m_bytes{} {
   // strncpy semantics: stop at the terminator or after 80 bytes; the rest

@@ -9,8 +9,8 @@
 #define DDB_PERSISTENCE_GBB_CLASS_H_
 
 #include "persistence/gbb_Path.h"
-#include "platform/ddb_export.h"
-#include "platform/mem.h"
+#include "platform/core/ddb_export.h"
+#include "platform/core/mem.h"
 
 class gbb_Group;
 

@@ -2,11 +2,11 @@
 
 #include <cstdio>
 
-#include "platform/aio_ostream.h"
-#include "platform/hdf_Attribute.h"
-#include "platform/hdf_Dataspace.h"
-#include "platform/hdf_Datatype.h"
-#include "platform/hdf_PropListDatasetCreation.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/hdf/hdf_Attribute.h"
+#include "platform/hdf/hdf_Dataspace.h"
+#include "platform/hdf/hdf_Datatype.h"
+#include "platform/hdf/hdf_PropListDatasetCreation.h"
 
 namespace {
 

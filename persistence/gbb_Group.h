@@ -18,11 +18,11 @@
 #include <cstdint>
 
 #include "persistence/gbb_Class.h"
-#include "platform/cow_String.h"
-#include "platform/ddb_export.h"
-#include "platform/hdf_Dataset.h"
-#include "platform/hdf_Dataspace.h"
-#include "platform/hdf_Group.h"
+#include "platform/core/cow_String.h"
+#include "platform/core/ddb_export.h"
+#include "platform/hdf/hdf_Dataset.h"
+#include "platform/hdf/hdf_Dataspace.h"
+#include "platform/hdf/hdf_Group.h"
 
 class gbb_Dataset;
 class gbb_Repository;

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 gbb_Handle::gbb_Handle(void* pointer, gbb_Class cls) : m_payload{}, m_class(cls) {
   std::memcpy(m_payload, &pointer, sizeof pointer);

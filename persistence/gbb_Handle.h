@@ -10,7 +10,7 @@
 #define DDB_PERSISTENCE_GBB_HANDLE_H_
 
 #include "persistence/gbb_Class.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 class DDB_API gbb_Handle {
  public:

@@ -15,7 +15,7 @@
 #include "persistence/gbb_Class.h"
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_TraverseContext.h"
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 template <class TImpl>
 struct gbb_HolderToken {

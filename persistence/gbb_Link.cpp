@@ -1,7 +1,7 @@
 #include "persistence/gbb_Link.h"
 
 #include "persistence/gbb_TraverseContext.h"
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 gbb_LinkImpl::~gbb_LinkImpl() {}
 

@@ -10,9 +10,9 @@
 
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_Path.h"
-#include "platform/cow_String.h"
-#include "platform/ddb_export.h"
-#include "platform/mem.h"
+#include "platform/core/cow_String.h"
+#include "platform/core/ddb_export.h"
+#include "platform/core/mem.h"
 
 class DDB_API gbb_LinkImpl : public mem_AllocationOperators {
  public:

@@ -21,7 +21,7 @@
 #include "containers/ada_MapString.h"
 #include "containers/ada_string.h"
 #include "persistence/gbb_MemoryStream.h"
-#include "platform/QELSimIDs.h"
+#include "platform/service/QELSimIDs.h"
 
 // A value the stream carries as one item, and its base.
 template <class T, gbb_MemoryStream::Base B>

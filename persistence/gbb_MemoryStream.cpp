@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "platform/QELSimIDExternal.h"
-#include "platform/mem.h"
+#include "platform/service/QELSimIDExternal.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "persistence/gbb_Path.h"
 
 #include "persistence/gbb_Handle.h"
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 gbb_Handle gbb_Root::Traverse(gbb_TraverseContext& context) const {
   if (m_impl == nullptr) {

@@ -7,8 +7,8 @@
 #ifndef DDB_PERSISTENCE_GBB_PATH_H_
 #define DDB_PERSISTENCE_GBB_PATH_H_
 
-#include "platform/ddb_export.h"
-#include "platform/mem.h"
+#include "platform/core/ddb_export.h"
+#include "platform/core/mem.h"
 
 class gbb_Handle;
 class gbb_PathImpl;

@@ -19,7 +19,7 @@
 #include "persistence/gbb_SchemaSupport.h"
 #include "persistence/gbb_TraverseContext.h"
 #include "persistence/gbb_TypedLink.h"
-#include "platform/QELSimIDs.h"
-#include "platform/aio_ostream.h"
+#include "platform/service/QELSimIDs.h"
+#include "platform/core/aio_ostream.h"
 
 #endif  // DDB_PERSISTENCE_GBB_SCHEMA_H_

@@ -1,7 +1,7 @@
 #include "persistence/gbb_SchemaSnapshot.h"
 
 #include "containers/omi_Btree_impl.h"
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 // The registry's tree, instantiated here for the library's own use.
 template class omi_Btree<gbb_ClassID, gbb_Class>;

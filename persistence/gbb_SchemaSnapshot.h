@@ -12,7 +12,7 @@
 #include "persistence/gbb_Class.h"
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_Path.h"
-#include "platform/ddb_export.h"
+#include "platform/core/ddb_export.h"
 
 class DDB_API gbb_SchemaSnapshotImpl {
  public:

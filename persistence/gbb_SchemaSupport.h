@@ -15,10 +15,10 @@
 #include "persistence/gbb_Group.h"
 #include "persistence/gbb_MemoryStream.h"
 #include "persistence/gbb_Path.h"
-#include "platform/aio_ostream.h"
-#include "platform/ddb_export.h"
-#include "platform/hdf_File.h"
-#include "platform/mem.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/core/ddb_export.h"
+#include "platform/hdf/hdf_File.h"
+#include "platform/core/mem.h"
 
 // Base of every value record XMembers.
 class DDB_API gbb_Members : public mem_AllocationOperatorsTiny {

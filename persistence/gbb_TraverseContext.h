@@ -12,8 +12,8 @@
 
 #include "containers/ada_List.h"
 #include "persistence/gbb_Path.h"
-#include "platform/cow_String.h"
-#include "platform/ddb_export.h"
+#include "platform/core/cow_String.h"
+#include "platform/core/ddb_export.h"
 
 class gbb_Handle;
 class gbb_TraverseContext;

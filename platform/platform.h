@@ -3,14 +3,14 @@
 #ifndef DDB_PLATFORM_PLATFORM_H_
 #define DDB_PLATFORM_PLATFORM_H_
 
-#include "platform/QELSimIDExternal.h"
-#include "platform/QELSimIDs.h"
-#include "platform/QELSimService.h"
-#include "platform/aio_ostream.h"
-#include "platform/cow_String.h"
-#include "platform/ddb_export.h"
-#include "platform/hdf.h"
-#include "platform/mem.h"
-#include "platform/suite_startup.h"
+#include "platform/service/QELSimIDExternal.h"
+#include "platform/service/QELSimIDs.h"
+#include "platform/service/QELSimService.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/core/cow_String.h"
+#include "platform/core/ddb_export.h"
+#include "platform/hdf/hdf.h"
+#include "platform/core/mem.h"
+#include "platform/core/suite_startup.h"
 
 #endif  // DDB_PLATFORM_PLATFORM_H_

@@ -12,8 +12,8 @@
 #include "containers/omi_Btree.h"
 #include "persistence/gbb_AutoArray.h"
 #include "persistence/gbb_Path.h"
-#include "platform/cow_String.h"
-#include "platform/ddb_export.h"
+#include "platform/core/cow_String.h"
+#include "platform/core/ddb_export.h"
 #include "sim_schema/msfD_Sim.h"
 
 class DDB_API msfD_Root final : public gbb_RootImpl {

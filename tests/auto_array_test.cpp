@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "persistence/gbb_AutoArray.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "containers/ada_MapInt.h"
 #include "containers/ada_MapString.h"
 #include "containers/omi_Btree.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -12,3 +12,11 @@ PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs DDB_PDM_
 # shellcheck disable=SC2046
 c++ -std=c++17 "$consumer/consumer.cpp" -o "$work/consumer_pc" $(cat "$work/pc.txt")
 LD_LIBRARY_PATH="$work/prefix/lib" "$work/consumer_pc"
+# Every installed header compiles on its own with the package's flags.
+cd "$work/prefix/include"
+for header in $(find DDB_PDM_Core -name '*.h' | sort); do
+  # shellcheck disable=SC2046
+  printf '#include <%s>\n' "$header" |
+    c++ -std=c++17 -fsyntax-only -x c++ - $(cat "$work/pc.txt" | tr ' ' '\n' | grep -- '^-I') ||
+    { echo "installed header does not compile on its own: $header"; exit 1; }
+done

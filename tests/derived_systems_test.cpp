@@ -12,7 +12,7 @@
 
 #include "fes/fes.h"
 #include "persistence/gbb_TypedLink.h"
-#include "platform/QELSimService.h"
+#include "platform/service/QELSimService.h"
 #include "sim_schema/sim_schema.h"
 #include "support/capture.h"
 #include "support/h5_raw.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/QELSimService.h"
-#include "platform/hdf.h"
+#include "platform/service/QELSimService.h"
+#include "platform/hdf/hdf.h"
 #include "support/killed_writer.h"
 #include "support/scratch_dir.h"
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "frame/DDB_PDM_Core_startup.h"
-#include "platform/suite_startup.h"
+#include "platform/core/suite_startup.h"
 
 namespace {
 

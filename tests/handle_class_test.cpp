@@ -10,7 +10,7 @@
 #include "persistence/gbb_Handle.h"
 #include "persistence/gbb_Link.h"
 #include "persistence/gbb_TraverseContext.h"
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 #include "support/capture.h"
 
 namespace {

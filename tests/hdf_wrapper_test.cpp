@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/aio_ostream.h"
-#include "platform/hdf.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/hdf/hdf.h"
 #include "support/capture.h"
 #include "support/scratch_dir.h"
 

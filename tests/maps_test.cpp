@@ -7,7 +7,7 @@
 
 #include "containers/ada_MapInt.h"
 #include "containers/ada_MapString.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "persistence/gbb_MemberRecords.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 #include "support/sample_members.h"
 
 namespace {

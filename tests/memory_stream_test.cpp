@@ -9,7 +9,7 @@
 
 #include "containers/ada_string.h"
 #include "persistence/gbb_MemoryStream.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 #include "support/fe_deck.h"
 
 namespace {

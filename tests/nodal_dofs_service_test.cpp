@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
-#include "platform/QELSimService.h"
-#include "platform/mem.h"
+#include "platform/service/QELSimService.h"
+#include "platform/core/mem.h"
 #include "support/scratch_dir.h"
 
 namespace {

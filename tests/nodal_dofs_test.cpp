@@ -7,7 +7,7 @@
 #include <initializer_list>
 
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fes/fes.h"
-#include "platform/QELSimService.h"
+#include "platform/service/QELSimService.h"
 #include "sim_schema/sim_schema.h"
 #include "support/capture.h"
 #include "support/scratch_dir.h"

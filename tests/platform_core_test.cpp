@@ -3,8 +3,8 @@
 
 #include <climits>
 
-#include "platform/aio_ostream.h"
-#include "platform/cow_String.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/core/cow_String.h"
 #include "support/capture.h"
 
 namespace {

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "platform/QELSimIDExternal.h"
-#include "platform/QELSimIDs.h"
+#include "platform/service/QELSimIDExternal.h"
+#include "platform/service/QELSimIDs.h"
 
 namespace {
 

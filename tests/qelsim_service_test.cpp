@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/QELSimService.h"
+#include "platform/service/QELSimService.h"
 #include "support/capture.h"
 #include "support/scratch_dir.h"
 

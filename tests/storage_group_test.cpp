@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "persistence/gbb_Group.h"
-#include "platform/hdf.h"
+#include "platform/hdf/hdf.h"
 #include "support/capture.h"
 #include "support/scratch_dir.h"
 

@@ -7,7 +7,7 @@
 
 #include "containers/ada_List.h"
 #include "containers/ada_string.h"
-#include "platform/mem.h"
+#include "platform/core/mem.h"
 #include "support/capture.h"
 
 namespace {

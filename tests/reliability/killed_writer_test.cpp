@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/hdf_File.h"
+#include "platform/hdf/hdf_File.h"
 #include "reliability/crash_workload.h"
 #include "support/killed_writer.h"
 #include "support/scratch_dir.h"

@@ -1,6 +1,6 @@
 #include "support/capture.h"
 
-#include "platform/aio_ostream.h"
+#include "platform/core/aio_ostream.h"
 
 CaptureErr::CaptureErr() {
   aio_cerr.SetSink(&CaptureErr::Sink, this);

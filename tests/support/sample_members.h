@@ -12,7 +12,7 @@
 #include "containers/ada_string.h"
 #include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
-#include "platform/QELSimIDs.h"
+#include "platform/service/QELSimIDs.h"
 
 struct SampleMembers {
   enum Index {

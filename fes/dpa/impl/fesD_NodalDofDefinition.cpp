@@ -13,9 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/QELSimService.h"
-#include "platform/aio_ostream.h"
-#include "platform/mem.h"
+#include "platform/service/QELSimService.h"
+#include "platform/core/aio_ostream.h"
+#include "platform/core/mem.h"
 
 namespace {
 

@@ -19,8 +19,8 @@
 
 #include <cstdint>
 
-#include "platform/QELSimIDs.h"
-#include "platform/ddb_export.h"
+#include "platform/service/QELSimIDs.h"
+#include "platform/core/ddb_export.h"
 
 // A node index and a DOF id.
 struct fesD_NodeDof {

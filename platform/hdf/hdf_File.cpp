@@ -1,0 +1,235 @@
+#include "platform/hdf/hdf_File.h"
+
+#include <sys/stat.h>
+
+#include "platform/core/aio_ostream.h"
+#include "platform/hdf/hdf_Journal.h"
+#include "platform/hdf/hdf_JournalDriver.h"
+#include "platform/hdf/hdf_report.h"
+#include "platform/core/mem.h"
+
+namespace {
+
+// Plain values: constant-initialised, nothing runs at load.
+bool g_flushAfterWrites = true;
+bool g_journaling = true;
+int g_batchDepth = 0;
+// The files that open batches flush at their end (one each), innermost last.
+const int kMaxBatchFiles = 8;
+unsigned long g_batchFiles[kMaxBatchFiles];
+int g_batchFileCount = 0;
+
+// Each flush makes HDF5 walk its whole metadata cache, clean entries too, so
+// with HDF5's default cache (which grows to megabytes) flushing after every
+// write gets slower as a file grows: 10,000 small objects took minutes. A
+// small fixed cache keeps a flush proportional to what changed; the operating
+// system still caches the file itself, so reading loses little.
+const size_t kMetadataCacheBytes = 128 * 1024;
+
+// A file access property list for one Create or Open; closed with the holder.
+// Invalid when HDF5 cannot make one: then nothing is opened, since a file
+// opened without its journal would lose crash consistency unnoticed.
+hdf_Id AccessList(unsigned options) {
+  hdf_Id list = hdf_Id::Own(H5Pcreate(H5P_FILE_ACCESS));
+  if (!hdf_File::ConfigureAccess(list.Get())) return hdf_Id();
+  if (g_journaling && !hdf_JournalDriver::Use(list.Get(), (options & hdf_File::SyncCommits) != 0)) {
+    return hdf_Id();
+  }
+  return list;
+}
+
+void ReportFile(const char* operation, const char* action, const char* name, const char* reason) {
+  aio_cerr.print("**ERROR ").print(operation).print(": cannot ").print(action).print(" file ");
+  aio_cerr.print(name);
+  if (reason != nullptr) aio_cerr.print(": ").print(reason);
+  aio_cerr.put('\n');
+}
+
+// The directory part of `name` exists ("" and "x" live in the current one).
+bool DirectoryExists(const char* name) {
+  const char* slash = nullptr;
+  for (const char* p = name; *p != '\0'; ++p) {
+    if (*p == '/') slash = p;
+  }
+  if (slash == nullptr) return true;
+  if (slash == name) return true;  // "/x"
+  cow_String directory(name, static_cast<int>(slash - name));
+  struct stat info;
+  return stat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Why `name` cannot be opened, as far as it can be told without opening it.
+const char* WhyNotOpenable(const char* name) {
+  struct stat info;
+  if (stat(name, &info) != 0) return "no such file";
+  if (S_ISDIR(info.st_mode)) return "it is a directory";
+  return nullptr;
+}
+
+// Why HDF5 refused to open `name`: what the journal said, or what the bytes show.
+const char* WhyOpenFailed(const char* name) {
+  if (hdf_JournalDriver::LastFailure() != nullptr) return hdf_JournalDriver::LastFailure();
+  if (!hdf_Journal::Pending(name) && H5Fis_hdf5(name) <= 0) return "not an HDF5 file";
+  return "damaged or truncated HDF5 file";
+}
+
+// HDF5's number for the file that holds `object`, the same for every handle.
+unsigned long FileNumber(hid_t object) {
+  H5O_info_t info;
+  return H5Oget_info2(object, &info, H5O_INFO_BASIC) >= 0 ? info.fileno : 0;
+}
+
+}  // namespace
+
+hdf_File hdf_File::Create(const char* name, CreateFlags flags, unsigned options) {
+  hdf_Quiet();
+  hdf_File file;
+  if (name == nullptr || name[0] == '\0') {
+    ReportFile("hdf_File::Create", "create", "", "no file name");
+    return file;
+  }
+  struct stat info;
+  const char* reason = nullptr;
+  if (flags != Exclusive && flags != Truncate) {
+    reason = "unknown creation flags";
+  } else if (!DirectoryExists(name)) {
+    reason = "no such directory";
+  } else if (stat(name, &info) == 0 && (flags == Exclusive || S_ISDIR(info.st_mode))) {
+    reason = S_ISDIR(info.st_mode) ? "it is a directory" : "it exists";
+  }
+  if (reason == nullptr) {
+    unsigned access = flags == Truncate ? H5F_ACC_TRUNC : H5F_ACC_EXCL;
+    hdf_Id list = AccessList(options);
+    if (list.IsValid()) file.m_id = hdf_Id::Own(H5Fcreate(name, access, H5P_DEFAULT, list.Get()));
+    if (!file.IsValid()) {
+      reason = list.IsValid() && hdf_JournalDriver::LastFailure() != nullptr
+                   ? hdf_JournalDriver::LastFailure()
+                   : "HDF5 refused (no permission, or the file is open)";
+    }
+  }
+  if (reason != nullptr) ReportFile("hdf_File::Create", "create", name, reason);
+  return file;
+}
+
+hdf_File hdf_File::Open(const char* name, OpenFlags flags, unsigned options) {
+  hdf_Quiet();
+  hdf_File file;
+  if (name == nullptr || name[0] == '\0') {
+    ReportFile("hdf_File::Open", "open", "", "no file name");
+    return file;
+  }
+  const char* reason =
+      flags != ReadWrite && flags != ReadOnly ? "unknown open flags" : WhyNotOpenable(name);
+  if (reason == nullptr) {
+    unsigned access = flags == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    hdf_Id list = AccessList(options);
+    if (list.IsValid()) file.m_id = hdf_Id::Own(H5Fopen(name, access, list.Get()));
+    if (!file.IsValid()) reason = list.IsValid() ? WhyOpenFailed(name) : "HDF5 refused";
+  }
+  if (reason != nullptr) ReportFile("hdf_File::Open", "open", name, reason);
+  return file;
+}
+
+hdf_Group hdf_File::RootGroup() const {
+  if (!IsValid()) return hdf_Group();
+  return hdf_Group::Adopt(H5Gopen2(Id(), "/", H5P_DEFAULT));
+}
+
+bool hdf_File::Flush() {
+  if (!IsValid()) return false;
+  if (H5Fflush(Id(), H5F_SCOPE_LOCAL) < 0) {
+    ReportFile("hdf_File::Flush", "flush", Name().c_str(), nullptr);
+    return false;
+  }
+  return true;
+}
+
+bool hdf_File::IsReadOnly() const {
+  unsigned intent = 0;
+  return IsValid() && H5Fget_intent(Id(), &intent) >= 0 && (intent & H5F_ACC_RDWR) == 0;
+}
+
+cow_String hdf_File::Name() const {
+  return IsValid() ? hdf_FileName(Id()) : cow_String();
+}
+
+void hdf_File::Close() {
+  if (!IsValid()) return;
+  unsigned kinds =
+      H5F_OBJ_DATASET | H5F_OBJ_GROUP | H5F_OBJ_DATATYPE | H5F_OBJ_ATTR | H5F_OBJ_LOCAL;
+  ssize_t count = H5Fget_obj_count(Id(), kinds);
+  if (count > 0) {
+    size_t n = static_cast<size_t>(count);
+    hid_t* ids =
+        static_cast<hid_t*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(count, sizeof(hid_t))));
+    ssize_t got = H5Fget_obj_ids(Id(), kinds, n, ids);
+    for (ssize_t i = 0; i < got; ++i) hdf_Id::CloseCompletely(ids[i]);
+    mem_Free(ids);
+  }
+  m_id.CloseNow();
+}
+
+bool hdf_File::ConfigureAccess(hid_t fileAccess) {
+  H5AC_cache_config_t config;
+  config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+  if (H5Pget_mdc_config(fileAccess, &config) < 0) return false;
+  config.set_initial_size = true;
+  config.initial_size = kMetadataCacheBytes;
+  config.min_size = kMetadataCacheBytes;
+  config.max_size = kMetadataCacheBytes;
+  config.incr_mode = H5C_incr__off;
+  config.flash_incr_mode = H5C_flash_incr__off;
+  config.decr_mode = H5C_decr__off;
+  return H5Pset_mdc_config(fileAccess, &config) >= 0;
+}
+
+void hdf_File::SetFlushAfterWrites(bool on) {
+  g_flushAfterWrites = on;
+}
+
+bool hdf_File::FlushAfterWrites() {
+  return g_flushAfterWrites;
+}
+
+void hdf_File::SetJournaling(bool on) {
+  g_journaling = on;
+}
+
+bool hdf_File::JournalPending(const char* name) {
+  return hdf_Journal::Pending(name);
+}
+
+hdf_File hdf_File::Of(hid_t object) {
+  hdf_File file;
+  if (H5Iis_valid(object) > 0) file.m_id = hdf_Id::Own(H5Iget_file_id(object));
+  return file;
+}
+
+hdf_WriteBatch::hdf_WriteBatch(const hdf_File& file)
+    : m_file(file), m_flushes(true), m_pushed(false) {
+  ++g_batchDepth;
+  unsigned long number = m_file.IsValid() ? FileNumber(m_file.Id()) : 0;
+  for (int i = 0; i < g_batchFileCount; ++i) {
+    if (g_batchFiles[i] == number) m_flushes = false;  // an enclosing batch flushes this file
+  }
+  if (m_flushes && g_batchFileCount < kMaxBatchFiles) {
+    g_batchFiles[g_batchFileCount++] = number;
+    m_pushed = true;
+  }
+}
+
+hdf_WriteBatch::hdf_WriteBatch(hid_t object) : hdf_WriteBatch(hdf_File::Of(object)) {}
+
+hdf_WriteBatch::~hdf_WriteBatch() {
+  --g_batchDepth;
+  if (m_pushed) --g_batchFileCount;
+  // Flushing a read-only file writes nothing and succeeds.
+  if (m_flushes && g_flushAfterWrites && m_file.IsValid()) m_file.Flush();
+}
+
+void hdf_FlushAfterWrite(hid_t object) {
+  if (!g_flushAfterWrites || g_batchDepth > 0) return;
+  if (H5Fflush(object, H5F_SCOPE_LOCAL) < 0) {
+    hdf_ReportFailure("hdf_File::Flush", "flush", nullptr, object, true);
+  }
+}
