@@ -3,7 +3,8 @@
 # Runs as root, or through sudo when it is available.
 set -eu
 packages="build-essential cmake pkg-config libhdf5-dev hdf5-tools libgtest-dev libgmock-dev \
-libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev valgrind"
+libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev valgrind \
+libcli11-dev nlohmann-json3-dev graphviz"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -445,8 +445,9 @@ TEST_F(Damage, EveryKindOfDamageIsWalkedWithoutTroubleInOurCode) {
 
   // The walk reads everything there is: every kind of object and value.
   std::string whole = WalkDatabase(s_dir->File("pristine.sim"));
-  for (const char* seen : {"model.vectors = collection of 6", "events[1].eventName",
-                           "damping.alpha", "class = generic", "nodeSets[n", "values 101 102"}) {
+  for (const char* seen :
+       {"discreteModel.vectors = collection 0 of 6", "events[1].eventName", "damping.alpha",
+        "com.trevolo.GenericSystem", "nodeSets[n", "[101 102"}) {
     EXPECT_NE(whole.find(seen), std::string::npos) << seen;
   }
 

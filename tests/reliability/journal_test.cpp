@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/service/QELSimService.h"
 #include "platform/hdf/hdf_File.h"
 #include "platform/hdf/hdf_Journal.h"
+#include "platform/service/QELSimService.h"
 #include "reliability/crash_workload.h"
 #include "support/capture.h"
 #include "support/killed_writer.h"

@@ -1,0 +1,154 @@
+// The ddb tool, run as a user runs it: on databases made by the crash
+// workload, on tampered copies, and on files that are no database at all.
+#include <gtest/gtest.h>
+#include <hdf5.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "reliability/crash_workload.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+struct Ran {
+  int status;
+  std::string out;
+};
+
+// Runs ddb with `arguments`; standard error goes to `err` (or is dropped).
+Ran Ddb(const std::string& arguments, const std::string& err = "/dev/null") {
+  std::string command = std::string(DDB_TOOL) + " " + arguments + " 2>" + err;
+  FILE* pipe = popen(command.c_str(), "r");
+  Ran run{-1, ""};
+  char buffer[4096];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.out.append(buffer, n);
+  int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+class DdbTool : public testing::Test {
+ protected:
+  // Plain, modal (two events) and substructure systems; b's damping has one
+  // more commit: alpha 17 -> 18.5.
+  static void SetUpTestSuite() {
+    s_dir = new ScratchDir();
+    RunWorkload(
+        s_dir->File("a.sim"), 18, [](int, const Facts&) {}, [] {});
+    RunWorkload(
+        s_dir->File("b.sim"), 19, [](int, const Facts&) {}, [] {});
+  }
+  static void TearDownTestSuite() { delete s_dir; }
+  static std::string File(const char* name) { return s_dir->File(name); }
+  static ScratchDir* s_dir;
+};
+ScratchDir* DdbTool::s_dir = nullptr;
+
+TEST_F(DdbTool, CheckFindsAHealthyDatabaseCleanAndEachProblemWithItsPlace) {
+  Ran clean = Ddb("check " + File("a.sim"));
+  EXPECT_EQ(clean.status, 0);
+  EXPECT_EQ(clean.out, File("a.sim") + ": clean\n");
+
+  // An unknown class at the first FE system: one problem, where it is.
+  std::string bad = File("bad.sim");
+  WriteWholeFile(bad, ReadWholeFile(File("a.sim")));
+  hid_t f = H5Fopen(bad.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+  hid_t o = H5Oopen(f, "/sim/discreteModel/mesh/systems/0", H5P_DEFAULT);
+  hid_t a = H5Aopen(o, "class", H5P_DEFAULT);
+  char id[80] = "com.trevolo.Unknown";
+  H5Awrite(a, H5T_NATIVE_UCHAR, id);
+  H5Aclose(a);
+  H5Oclose(o);
+  H5Fclose(f);
+  Ran problems = Ddb("check " + bad);
+  EXPECT_EQ(problems.status, 1);
+  EXPECT_EQ(problems.out,
+            "#/discreteModel/mesh/systems/:0: the object cannot be opened\n"
+            "#/discreteModel/mesh/systems/:0: **ERROR fesD_FESystemHolder::Open: class "
+            "com.trevolo.Unknown is not registered\n");
+  nlohmann::json json = nlohmann::json::parse(Ddb("check --json " + bad).out);
+  EXPECT_EQ(json["problems"].size(), 2u);
+  EXPECT_EQ(json["problems"][0]["link"], "#/discreteModel/mesh/systems/:0");
+
+  // A pending journal is something a host must settle first.
+  WriteWholeFile(bad + "-journal", "DDBJRNL\x02 and whatever follows");
+  Ran pending = Ddb("check " + bad);
+  EXPECT_EQ(pending.status, 1);
+  EXPECT_EQ(pending.out.substr(0, 70),
+            "#: a journal is pending: the database was not closed by the library\n#/");
+}
+
+TEST_F(DdbTool, FilesThatAreNoDatabaseExitWithTwo) {
+  WriteWholeFile(File("text.sim"), "not a database\n");
+  hid_t f = H5Fcreate(File("plain.h5").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
+  H5Fclose(f);
+  for (const char* file : {"missing.sim", "text.sim", "plain.h5"}) {
+    std::string err = File("err.txt");
+    for (const char* command : {"check", "tree", "info", "dot"}) {
+      Ran run = Ddb(std::string(command) + " " + File(file), err);
+      EXPECT_EQ(run.status, 2) << command << " " << file;
+      EXPECT_EQ(ReadWholeFile(err).substr(0, 5), "ddb: ") << command << " " << file;
+    }
+  }
+  EXPECT_EQ(ReadWholeFile(File("err.txt")),
+            "ddb: **ERROR hdf_Group::GroupOpen: cannot open group sim in / of file " +
+                File("plain.h5") + "\n");
+}
+
+TEST_F(DdbTool, TreeGetAndJsonShowWhatAHostReads) {
+  Ran tree = Ddb("tree " + File("a.sim"));
+  EXPECT_EQ(tree.status, 0);
+  EXPECT_NE(tree.out.find("  discreteModel: com.trevolo.DiscreteModel  #/discreteModel\n"
+                          "    vectors = collection 0 of 6\n"),
+            std::string::npos);
+  EXPECT_NE(tree.out.find("      systems[1]: com.trevolo.ModalSystem  "
+                          "#/discreteModel/mesh/systems/:1\n        systemName = \"m15\"\n"),
+            std::string::npos);
+  nlohmann::json json = nlohmann::json::parse(Ddb("tree --json " + File("a.sim")).out);
+  EXPECT_EQ(json["class"], "com.trevolo.Sim");
+  EXPECT_EQ(json["children"][0]["children"][0]["members"]["nodes"], "collection 0 of 6");
+
+  Ran get = Ddb("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:2/damping'");
+  EXPECT_EQ(get.status, 0);
+  EXPECT_EQ(get.out,
+            "sim: com.trevolo.SubDamp  #/discreteModel/mesh/systems/:2/damping\n"
+            "  alpha = 17\n  beta = 0\n  structural = 0\n  mass = 0\n  volume = 0\n");
+  EXPECT_EQ(Ddb("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:99'").status, 1);
+  EXPECT_EQ(Ddb("tree " + File("a.sim") + " --depth 1").out,
+            "sim: com.trevolo.Sim  #\n  discreteModel: com.trevolo.DiscreteModel  #/discreteModel\n"
+            "    vectors = collection 0 of 6\n    localNodes = collection 0 of 6\n"
+            "    localFaces = -\n    frames = -\n    integrationPoints = -\n"
+            "    sectionPoints = -\n    components = -\n");
+}
+
+TEST_F(DdbTool, DiffComparesMemberByMemberWithTolerances) {
+  EXPECT_EQ(Ddb("diff " + File("a.sim") + " " + File("a.sim")).status, 0);
+  Ran diff = Ddb("diff " + File("a.sim") + " " + File("b.sim"));
+  EXPECT_EQ(diff.status, 1);
+  EXPECT_EQ(diff.out, "#/discreteModel/mesh/systems/:2/damping alpha: 17 | 18.5\n");
+  EXPECT_EQ(Ddb("diff --quiet " + File("a.sim") + " " + File("b.sim")).out, "");
+  EXPECT_EQ(Ddb("diff --abs 2 " + File("a.sim") + " " + File("b.sim")).status, 0);
+  EXPECT_EQ(Ddb("diff --rel alpha=0.1 " + File("a.sim") + " " + File("b.sim")).status, 0);
+  EXPECT_EQ(Ddb("diff --rel beta=0.5 " + File("a.sim") + " " + File("b.sim")).status, 1);
+  nlohmann::json json =
+      nlohmann::json::parse(Ddb("diff --json " + File("a.sim") + " " + File("b.sim")).out);
+  EXPECT_EQ(json["differences"][0]["second"], "18.5");
+}
+
+TEST_F(DdbTool, InfoAndAGraphThatGraphvizRenders) {
+  Ran info = Ddb("info " + File("a.sim"));
+  EXPECT_EQ(info.status, 0);
+  EXPECT_NE(info.out.find("  2 x com.trevolo.ModalEvent\n"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("journal none\n"), std::string::npos);
+  EXPECT_EQ(nlohmann::json::parse(Ddb("info --json " + File("a.sim")).out)["journal_pending"],
+            false);
+  Ran svg = Ddb("dot " + File("a.sim") + " | dot -Tsvg");
+  EXPECT_EQ(svg.status, 0);
+  EXPECT_NE(svg.out.find("<svg"), std::string::npos);
+  EXPECT_NE(svg.out.find("com.trevolo.SubDamp"), std::string::npos);
+}
+
+}  // namespace

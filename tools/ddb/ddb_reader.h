@@ -1,0 +1,38 @@
+// ddb_reader: a database read whole through the library, as a tree of plain
+// values that tools can print, compare and check.
+//
+// Reading is what a host does: the file is opened read-only, each object is
+// loaded when it is reached, and every simple-typed member is read by name,
+// with what the service says of each identifier (collection sizes, set
+// members, distribution values). What the library prints while an object is
+// read stays with that object, so a checker can say where a host would trip.
+#ifndef DDB_TOOLS_DDB_DDB_READER_H_
+#define DDB_TOOLS_DDB_DDB_READER_H_
+
+#include <string>
+#include <utility>
+#include <vector>
+
+struct DdbObject {
+  std::string cls;   // the class identifier, "com.trevolo.Mesh"; "" when none could be opened
+  std::string link;  // a link text that resolves to it, "#/discreteModel/mesh"
+  std::string name;  // the member or element that holds it, "mesh", "systems[2]"
+  // Simple-typed members by name, in the order the class declares them.
+  std::vector<std::pair<std::string, std::string>> values;
+  std::vector<std::string> messages;  // what the library printed while reading it
+  std::vector<DdbObject> children;
+};
+
+// Reads the database `path` down to `depth` levels of objects below the sim
+// (-1: all). False when it cannot be opened: *why says so.
+bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why);
+
+// Reads the object a link text names (every form of the link grammar);
+// false with *why when it names nothing.
+bool DdbReadLink(const std::string& path, const std::string& link, DdbObject* object,
+                 std::string* why);
+
+// Every object of the tree, depth first, parents before children.
+void DdbVisit(const DdbObject& root, void (*visit)(const DdbObject&, void*), void* context);
+
+#endif  // DDB_TOOLS_DDB_DDB_READER_H_
