@@ -129,8 +129,12 @@ int msfD_Root::PositionOf(const msfD_Sim& sim) const {
 
 void msfD_Root::closeSim(msfD_Sim sim) {
   // An empty sim prints its Path() message and has index -1.
-  if (sim.Path().Index() < 0) return;
-  // A guard of our own: a sim of another root is ignored silently.
+  if (!sim) {
+    sim.Path();
+    return;
+  }
+  // A guard of our own: a sim that is not open in this root (of another
+  // root, or closed already) is ignored silently, without touching it.
   int index = PositionOf(sim);
   if (index < 0) return;
   if (m_trace != 0) aio_cerr.print("msfD_Root::closeSim\n");
