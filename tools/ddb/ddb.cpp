@@ -245,7 +245,7 @@ int main(int argc, char** argv) {
   if (*get || (*tree && !link.empty())) {
     struct stat st;
     if (stat(file.c_str(), &st) != 0) return CannotOpen("no such file: " + file, asJson);
-    if (!DdbReadLink(file, link, &root, &why)) {
+    if (!DdbReadLink(file, link, *get ? 0 : depth, &root, &why)) {
       if (why.rfind("link ", 0) == 0) {
         std::cerr << "ddb: " << why << "\n";
         return kProblems;

@@ -279,9 +279,11 @@ class Reader {
   int m_depth;
 };
 
-// Opens `path` read-only in `root`; the reason on failure from what the library said.
-msfD_Sim Open(msfD_Root& root, const std::string& path, Capture& capture, std::string* why) {
-  msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
+// Opens `path` read-only in `root` under `alias`; the reason on failure
+// from what the library said.
+msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias, Capture& capture,
+              std::string* why) {
+  msfD_Sim sim = root.openSimReadOnly(path.c_str(), alias.c_str(), 0);
   std::vector<std::string> said = capture.Take();
   if (!sim) *why = said.empty() ? "cannot open " + path : said.front();
   return sim;
@@ -292,17 +294,20 @@ msfD_Sim Open(msfD_Root& root, const std::string& path, Capture& capture, std::s
 bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why) {
   Capture capture;
   msfD_Root root(0);
-  msfD_Sim opened = Open(root, path, capture, why);
+  msfD_Sim opened = Open(root, path, "", capture, why);
   if (!opened) return false;
   Reader(&capture, depth).Sim(opened, sim);
   return true;
 }
 
-bool DdbReadLink(const std::string& path, const std::string& link, DdbObject* object,
+bool DdbReadLink(const std::string& path, const std::string& link, int depth, DdbObject* object,
                  std::string* why) {
   Capture capture;
   msfD_Root root(0);
-  msfD_Sim sim = Open(root, path, capture, why);
+  // A link that starts at a sim by alias names the alias the sim is opened under.
+  std::string alias;
+  if (link.rfind("alias:", 0) == 0) alias = link.substr(6, link.find('#') - 6);
+  msfD_Sim sim = Open(root, path, alias, capture, why);
   if (!sim) return false;
   gbb_SimpleLink resolved(sim.Path(), link.c_str());
   gbb_Handle handle = resolved.Get(0);
@@ -311,7 +316,7 @@ bool DdbReadLink(const std::string& path, const std::string& link, DdbObject* ob
         "link " + link + " resolves to nothing (status " + std::to_string(resolved.Stale()) + ")";
     return false;
   }
-  Reader(&capture, 0).Any(handle, link, object);
+  Reader(&capture, depth).Any(handle, link, object);
   return true;
 }
 

@@ -27,9 +27,10 @@ struct DdbObject {
 // (-1: all). False when it cannot be opened: *why says so.
 bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why);
 
-// Reads the object a link text names (every form of the link grammar);
-// false with *why when it names nothing.
-bool DdbReadLink(const std::string& path, const std::string& link, DdbObject* object,
+// Reads the object a link text names (every form of the link grammar), and
+// `depth` levels of objects below it (-1: all); false with *why when it names
+// nothing.
+bool DdbReadLink(const std::string& path, const std::string& link, int depth, DdbObject* object,
                  std::string* why);
 
 // Every object of the tree, depth first, parents before children.
