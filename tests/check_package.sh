@@ -20,3 +20,16 @@ for header in $(find DDB_PDM_Core -name '*.h' | sort); do
     c++ -std=c++17 -fsyntax-only -x c++ - $(cat "$work/pc.txt" | tr ' ' '\n' | grep -- '^-I') ||
     { echo "installed header does not compile on its own: $header"; exit 1; }
 done
+# The client examples, as an outside project: two through find_package, one
+# through pkg-config; then they make, walk and number a database.
+examples="$(dirname "$consumer")/../examples/clients"
+cmake -S "$examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$work/prefix" > "$work/examples.log"
+cmake --build "$work/examples" >> "$work/examples.log"
+# shellcheck disable=SC2046
+c++ -std=c++17 "$examples/number_dofs.cpp" -o "$work/number_dofs" $(cat "$work/pc.txt")
+rm -f "$work/example.sim"
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/examples/create_database" "$work/example.sim"
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/examples/walk_database" "$work/example.sim" > "$work/walk.txt"
+printf 'mesh: 4 nodes, 1 node sets\nsystem 0: structure\n' | cmp - "$work/walk.txt"
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/number_dofs" "$work/example.sim" > "$work/dofs.txt"
+printf '4 nodes, 12 DOFs, permutation of 12 written\n' | cmp - "$work/dofs.txt"
