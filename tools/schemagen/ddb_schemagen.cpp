@@ -70,6 +70,23 @@ std::string Upper(const std::string& s) {
   return t;
 }
 
+// The simple-typed member types the stream can carry (persistence/gbb_MemberRecords.h).
+bool IsMemberType(const std::string& type) {
+  static const char* const kScalars[] = {
+      "int", "double", "ada_string", "QELSimCollectionID", "QELSimCSetID", "QELSimDistributionID"};
+  for (const char* scalar : kScalars) {
+    if (type == scalar) return true;
+  }
+  for (const char* map : {"ada_MapString<", "ada_MapInt<"}) {
+    std::string prefix = map;
+    if (type.rfind(prefix, 0) == 0 && type.back() == '>') {
+      std::string value = type.substr(prefix.size(), type.size() - prefix.size() - 1);
+      return value.find('<') == std::string::npos && IsMemberType(value);
+    }
+  }
+  return false;
+}
+
 Table Parse(const std::string& path) {
   std::ifstream in(path);
   if (!in) Fail(path, "cannot read");
@@ -110,6 +127,7 @@ Table Parse(const std::string& path) {
       m.kind = what;
       m.name = w[1];
       m.type = w[2];
+      if (!IsMemberType(m.type)) Fail(where, "unknown member type '" + m.type + "'");
       m.required = w.size() > 3 && w[3] == "required";
       t.members.push_back(m);
     } else if (what == "subobject" || what == "array") {
@@ -144,7 +162,8 @@ Table Parse(const std::string& path) {
   std::vector<std::string> names;
   for (const Member& m : t.members) names.push_back(m.name);
   std::sort(names.begin(), names.end());
-  if (std::adjacent_find(names.begin(), names.end()) != names.end()) Fail(path, "duplicate member");
+  auto twice = std::adjacent_find(names.begin(), names.end());
+  if (twice != names.end()) Fail(path, "duplicate member '" + *twice + "'");
   for (Member& m : t.members) {
     m.index =
         static_cast<int>(std::lower_bound(names.begin(), names.end(), m.name) - names.begin());
@@ -246,6 +265,8 @@ class Generator {
 
  private:
   std::string ArrayType(const Member& m) const { return X + "_" + Capital(m.name) + "Array"; }
+  // The named constant of a member's index, declared in the implementation class.
+  static std::string IndexName(const Member& m) { return "k" + Capital(m.name); }
   std::string HandleOf(const Member& m) const {
     if (m.kind == "array") return ArrayType(m);
     return m.type;
@@ -424,6 +445,17 @@ class Generator {
            "traceFlag);\n";
     }
     o << "  ~" << I << "() override;\n\n";
+    if (!t_.members.empty()) {
+      std::vector<const Member*> byIndex;
+      for (const Member& m : t_.members) byIndex.push_back(&m);
+      std::sort(byIndex.begin(), byIndex.end(),
+                [](const Member* a, const Member* b) { return a->index < b->index; });
+      o << "  // Member indices: each name's position among the class's member names,\n"
+           "  // sorted by their bytes. They tag stored records and number path steps.\n";
+      o << "  enum MemberIndex {\n";
+      for (const Member* m : byIndex) o << "    " << IndexName(*m) << " = " << m->index << ",\n";
+      o << "  };\n\n";
+    }
     if (t_.root) {
       o << "  void Bind(QELSimContextID context, const gbb_Group& group) override;\n";
       o << "  void SetPath(gbb_Root root, int index) override;\n";
@@ -509,7 +541,7 @@ class Generator {
     o << X << "Interface::~" << X << "Interface() {}\n\n";
     if (!t_.root) {
       o << "namespace {\n// The class's open function: an implementation on a stored group.\n";
-      o << "gbb_ObjectInterface* Open" << X
+      o << "gbb_ObjectInterface* OpenStored"
         << "(gbb_Path parent, int index, const gbb_Group& group, int traceFlag) {\n";
       o << "  return new " << X
         << "Impl(nullptr, parent, index, group, traceFlag);\n}\n}  // namespace\n\n";
@@ -518,7 +550,7 @@ class Generator {
       << "Interface::StaticClass() {\n  static gbb_ClassDescriptor descriptor;\n";
     o << "  return gbb_DescribeClass(descriptor, \"" << t_.id << "\", "
       << (derived_ ? "&" + t_.base + "Interface::StaticClass" : "nullptr") << ", "
-      << (t_.root ? "nullptr" : "&Open" + X) << ");\n}\n\n";
+      << (t_.root ? "nullptr" : "&OpenStored") << ");\n}\n\n";
   }
 
   // The guard of every handle operation.
@@ -774,7 +806,7 @@ class Generator {
         << holders(true) << " {\n";
       for (const Member* m : selectable_) {
         if (m->kind == "array")
-          o << "  m_" << m->name << ".SetPath(&m_path, " << m->index << ");\n";
+          o << "  m_" << m->name << ".SetPath(&m_path, " << IndexName(*m) << ");\n";
       }
       o << "}\n\n";
       o << I << "::" << I << "(" << X
@@ -836,7 +868,7 @@ class Generator {
       o << "  (void)load;\n";
     }
     for (const Member* m : selectable_) {
-      o << "  if ((kind == gbb_TraverseContext::kByNumber && number == " << m->index
+      o << "  if ((kind == gbb_TraverseContext::kByNumber && number == " << IndexName(*m)
         << ") ||\n      (kind == gbb_TraverseContext::kByName && context.CurrentNameIs(\""
         << m->name << "\"))) {\n";
       if (m->kind == "subobject") {
@@ -896,7 +928,7 @@ class Generator {
       std::sort(byIndex.begin(), byIndex.end(),
                 [](const Member* a, const Member* b) { return a->index < b->index; });
       for (const Member* m : byIndex) {
-        o << "      case " << m->index << ":\n        gbb_ReadMemberValue(stream, members->"
+        o << "      case " << IndexName(*m) << ":\n        gbb_ReadMemberValue(stream, members->"
           << m->name << ");\n        break;\n";
       }
       o << "      default:\n        break;  // not a simple member of this class: nothing is "
@@ -907,7 +939,8 @@ class Generator {
       o << "  gbb_MemoryStream stream(gbb_ResolveService(&m_path).Context());\n";
       o << "  const " << M << "& members = Members();\n";
       for (const Member* m : simple_) {
-        o << "  gbb_WriteMemberRecord(stream, " << m->index << ", members." << m->name << ");\n";
+        o << "  gbb_WriteMemberRecord(stream, " << IndexName(*m) << ", members." << m->name
+          << ");\n";
       }
       o << "  gbb_StoreMembers(m_group, stream, \"" << I << "\");\n}\n\n";
       o << "void " << I
@@ -920,18 +953,18 @@ class Generator {
       if (m->kind == "subobject") {
         o << m->type << " " << I << "::" << m->name << "() {\n";
         o << "  gbb_LoadSubobject(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, "
-          << m->index << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
+          << IndexName(*m) << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
         o << m->type << " " << I << "::Set" << Capital(m->name) << "(" << m->type
           << "Holder& offered) {\n";
         o << "  gbb_SetSubobject(m_" << m->name << ", offered, m_connected, m_group, \"" << m->name
-          << "\", &m_path, " << m->index << ",\n                   \"**ERROR:" << I
+          << "\", &m_path, " << IndexName(*m) << ",\n                   \"**ERROR:" << I
           << "::" << Capital(m->name) << ": already exists\\n\");\n";
         o << "  " << m->type << " result = m_" << m->name
           << ".Get();\n  offered.Close();\n  return result;\n}\n\n";
       } else if (m->kind == "array") {
         o << ArrayType(*m) << " " << I << "::" << m->name << "() {\n";
         o << "  gbb_LoadArray(m_" << m->name << ", m_group, \"" << m->name << "\", &m_path, "
-          << m->index << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
+          << IndexName(*m) << ", m_trace);\n  return m_" << m->name << ".Get();\n}\n\n";
       }
     }
   }
@@ -960,7 +993,9 @@ void WriteIfChanged(const std::string& path, const std::string& text) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: ddb_schemagen <table.schema> <output-directory> [<base.schema>]\n";
+    std::cerr << "usage: ddb_schemagen <table.schema> <output-directory> [<base.schema>]\n"
+                 "  writes <Class>.h and <Class>.cpp into the directory; a derived class\n"
+                 "  (a 'base' line) needs its base's table as third argument\n";
     return 2;
   }
   Table table = Parse(argv[1]);

@@ -1,0 +1,48 @@
+#!/bin/sh
+# The schema generator: one class's output compared byte for byte with its
+# golden pair, and tables with mistakes refused with a clear message and a
+# non-zero exit.
+#   check_schemagen.sh <ddb_schemagen> <source dir> <work dir> <clang-format or "">
+set -u
+generator="$1"; source="$2"; work="$3"; format="$4"
+rm -rf "$work"; mkdir -p "$work"
+fail=0
+
+(cd "$source" && "$generator" fes/fesD_SubDamp.schema "$work") || fail=1
+if [ -n "$format" ]; then
+  "$format" -i --style=file:"$source/.clang-format" "$work/fesD_SubDamp.h" "$work/fesD_SubDamp.cpp"
+fi
+for f in fesD_SubDamp.h fesD_SubDamp.cpp; do
+  cmp -s "$work/$f" "$source/tests/schemagen/golden/$f" ||
+    { echo "generated $f differs from tests/schemagen/golden/$f"; fail=1; }
+done
+
+# refused <expected message> <table text>: the generator must fail with exactly that line.
+refused() {
+  printf '%s\n' "$2" > "$work/bad.schema"
+  if "$generator" "$work/bad.schema" "$work" 2> "$work/err.txt"; then
+    echo "accepted a table that is wrong: $1"; fail=1; return
+  fi
+  printf '%s\n' "$1" | cmp -s - "$work/err.txt" ||
+    { echo "expected: $1"; echo "got: $(cat "$work/err.txt")"; fail=1; }
+}
+refused "$work/bad.schema:2: unknown declaration 'simpel'" \
+"class X com.trevolo.X
+simpel a int"
+refused "$work/bad.schema: duplicate member 'a'" \
+"class X com.trevolo.X
+simple a int
+simple a double"
+refused "$work/bad.schema:2: unknown member type 'float'" \
+"class X com.trevolo.X
+simple a float"
+refused "$work/bad.schema:2: unknown member type 'ada_MapString<ada_MapInt<int>>'" \
+"class X com.trevolo.X
+simple a ada_MapString<ada_MapInt<int>>"
+refused "$work/bad.schema: a derived class needs its base's table as third argument" \
+"class X com.trevolo.X
+base fesD_FESystem fes/fesD_FESystem.h
+simple a int"
+refused "$work/bad.schema: no class line" \
+"simple a int"
+exit $fail
