@@ -209,9 +209,9 @@ TEST(AdaList, OutOfRangeIndicesAnswerTheComputedSlot) {
             "** ERROR ada_List::operator[]: index -1 is out of bounds\n"
             "** ERROR ada_List::operator[]: index 40 is out of bounds\n");
   ada_List<ada_string> strings;
-  strings.reserve(4);
-  EXPECT_EQ(&strings[0], strings.data());
-  EXPECT_EQ(err.Take(), "** ERROR ada_List::operator[]: index 0 is out of bounds\n");
+  strings.append(ada_string("a"), 1);
+  EXPECT_EQ(&strings[1], strings.data() + 1);
+  EXPECT_EQ(err.Take(), "** ERROR ada_List::operator[]: index 1 is out of bounds\n");
 }
 
 TEST(Mem, SaturatedSizesFailInsteadOfWrapping) {
