@@ -195,6 +195,35 @@ void Dot(const DdbObject& o, const std::string& id, std::ostream& out) {
   }
 }
 
+// The file format, from the superblock's version: -1 when HDF5 cannot tell
+// (a pending journal: the file alone may not be the committed state).
+int SuperblockVersion(const std::string& file) {
+  if (hdf_File::JournalPending(file.c_str())) return -1;
+  int version = -1;
+  H5E_BEGIN_TRY {
+    hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+    H5F_info2_t info;
+    if (f >= 0 && H5Fget_info2(f, &info) >= 0) version = static_cast<int>(info.super.version);
+    if (f >= 0) H5Fclose(f);
+  }
+  H5E_END_TRY;
+  return version;
+}
+
+const char* FormatName(int superblock) {
+  switch (superblock) {
+    case 0:
+    case 1:
+      return "the original format (HDF5 1.0 and later)";
+    case 2:
+      return "the 1.8 format";
+    case 3:
+      return "the 1.10 format";
+    default:
+      return "unknown";
+  }
+}
+
 void CountClasses(const DdbObject& o, void* context) {
   (*static_cast<std::map<std::string, int>*>(context))[o.cls.empty() ? "(none)" : o.cls]++;
 }
@@ -284,12 +313,14 @@ int main(int argc, char** argv) {
     bool pending = hdf_File::JournalPending(file.c_str());
     unsigned majorVersion = 0, minorVersion = 0, release = 0;
     H5get_libversion(&majorVersion, &minorVersion, &release);
+    int superblock = SuperblockVersion(file);
     if (asJson) {
       std::cout << json{{"file", file},
                         {"bytes", static_cast<long long>(st.st_size)},
                         {"objects", objects},
                         {"classes", classes},
                         {"bytes_per_object", objects > 0 ? st.st_size / objects : 0},
+                        {"superblock_version", superblock},
                         {"journal_pending", pending}}
                        .dump(2)
                 << "\n";
@@ -297,8 +328,9 @@ int main(int argc, char** argv) {
       std::cout << file << "\n  " << st.st_size << " bytes, " << objects << " objects, "
                 << (objects > 0 ? st.st_size / objects : 0) << " bytes per object\n";
       for (const auto& c : classes) std::cout << "  " << c.second << " x " << c.first << "\n";
-      std::cout << "  read with HDF5 " << majorVersion << "." << minorVersion << "." << release
-                << "; journal " << (pending ? "pending: open once with the library" : "none")
+      std::cout << "  HDF5 superblock version " << superblock << ": " << FormatName(superblock)
+                << "; read with HDF5 " << majorVersion << "." << minorVersion << "." << release
+                << "\n  journal " << (pending ? "pending: open once with the library" : "none")
                 << "\n";
     }
     return kClean;
