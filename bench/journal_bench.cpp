@@ -74,11 +74,11 @@ void Compare(const char* title, int systems, int runs, int option, bool baseline
   bench::Header(title);
   std::string row = std::string(baselineName) + ": add a system";
   bench::Row(row.c_str(), base.add, systems, base.add);
-  row = std::string(name) + ": add a system";
+  row = std::string(name) + ": add a system (target 1.3x)";
   bench::Row(row.c_str(), best.add, systems, base.add);
   row = std::string(baselineName) + ": setter commit";
   bench::Row(row.c_str(), base.set, systems, base.set);
-  row = std::string(name) + ": setter commit";
+  row = std::string(name) + ": setter commit (target 1.3x)";
   bench::Row(row.c_str(), best.set, systems, base.set);
 }
 
