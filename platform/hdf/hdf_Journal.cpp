@@ -233,13 +233,14 @@ bool hdf_Journal::OpenFiles(const char* name, Mode mode, const char** reason) {
   }
   m_device = info.st_dev;
   m_inode = info.st_ino;
-  // Whole-file lock, held until the descriptor closes. Where the file system
-  // has no locks at all (ENOLCK), the database opens unguarded.
+  // Whole-file lock, held until the descriptor closes. Only a conflicting
+  // lock refuses the open; where the file system or kernel has no such locks
+  // (ENOLCK, EINVAL), the database opens unguarded.
   struct flock lock;
   memset(&lock, 0, sizeof lock);
   lock.l_type = m_writable ? F_WRLCK : F_RDLCK;
   lock.l_whence = SEEK_SET;
-  if (fcntl(m_db, F_OFD_SETLK, &lock) != 0 && errno != ENOLCK) {
+  if (fcntl(m_db, F_OFD_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES)) {
     *reason = "in use by another process";
     return false;
   }
