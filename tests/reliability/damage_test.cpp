@@ -515,8 +515,10 @@ TEST(HdfRegressions, KnownHdf5FaultsNeverEndBadlyInOurCode) {
   ScratchDir dir;
   for (const char* name : {"cache-entry-size-1", "cache-entry-size-2", "cache-entry-size-3"}) {
     std::string kept = std::string(DDB_TESTS_DIR) + "/data/hdf5_regressions/" + name + ".sim";
+    std::string bytes = ReadWholeFile(kept);
+    ASSERT_FALSE(bytes.empty()) << kept << " is missing";
     std::string copy = dir.File("copy.sim");
-    WriteWholeFile(copy, ReadWholeFile(kept));
+    WriteWholeFile(copy, bytes);
     Count(tally, copy, name, WalkInChild(copy), dir.Path());
   }
   PrintTable({tally});
