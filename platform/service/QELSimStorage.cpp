@@ -300,7 +300,13 @@ QELSimStorage* UseIdentifier(int context, bool valid, bool write, const char* ki
     QELSimError(operation).print("null ").print(kind).print(" identifier\n");
     return nullptr;
   }
-  return QELSimUseContext(context, write, operation);
+  QELSimStorage* storage = QELSimUseContext(context, write, operation);
+  // Data of another format: said so, rather than "no such" of every identifier.
+  if (storage != nullptr && storage->Foreign()) {
+    storage->Ready(false, operation);
+    return nullptr;
+  }
+  return storage;
 }
 
 void ReportMissing(const char* operation, const char* kind, uint32_t minor) {

@@ -25,10 +25,10 @@
 
 #include <cstdint>
 
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/aio_ostream.h"
-#include "platform/hdf/hdf_File.h"
 #include "platform/core/mem.h"
+#include "platform/hdf/hdf_File.h"
+#include "platform/service/QELSimIDs.h"
 
 // A distribution as found in the file.
 struct QELSimStoredDistribution {
@@ -49,12 +49,13 @@ class QELSimStorage : public mem_AllocationOperators {
   // not exist yet. False when the file holds no service data (nothing printed),
   // data of another format (see CheckFormat) or a group cannot be opened or
   // made (the wrapper prints).
-  // A writer names itself as `operation`: refusing data of another format is
-  // then reported.
+  // A caller that names itself as `operation` (writers, and every lookup of
+  // an identifier) has a refusal of data of another format reported.
   bool Ready(bool create, const char* operation = nullptr);
   // False after a message when the file holds service data that does not say
   // it is of this service's format; the storage then offers none.
   bool CheckFormat(const char* operation);
+  bool Foreign() const { return m_foreign; }
   const hdf_Group& Collections() const { return m_collections; }
   const hdf_Group& Distributions() const { return m_distributions; }
   // The minor part of the next new collection (distribution): the number made

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "reliability/crash_workload.h"
+#include "reliability/damage_kinds.h"
 #include "reliability/walk.h"
 #include "support/scratch_dir.h"
 
@@ -36,6 +37,10 @@ const rlim_t kMemoryBytes = 1ull << 30;  // a walk may take this much more
 
 bool Full() {
   return getenv("DDB_DAMAGE_FULL") != nullptr;
+}
+// DDB_DAMAGE_SHOW=1: every copy is listed with what the library said while walking it.
+bool Show() {
+  return getenv("DDB_DAMAGE_SHOW") != nullptr;
 }
 
 // --- walking a copy in a child ----------------------------------------------
@@ -48,6 +53,7 @@ struct Verdict {
   Ending ending;
   bool inHdf5;
   std::string report;  // what the child printed about it
+  std::string said;    // the library's messages (DDB_DAMAGE_SHOW)
 };
 
 // In the child: a fault names the library it happened in, then ends the process.
@@ -89,7 +95,15 @@ Verdict WalkInChild(const std::string& path) {
     setrlimit(RLIMIT_AS, &memory);
     alarm(kSeconds);
     try {
-      WalkDatabase(path);
+      std::string walk = WalkDatabase(path);
+      if (Show()) {
+        // What the library said about the damage, for the parent to print.
+        for (size_t at = walk.find(".! "); at != std::string::npos; at = walk.find(".! ", at + 1)) {
+          std::string line = "#said " + walk.substr(at + 3, walk.find('\n', at) - at - 2);
+          if (write(2, line.data(), line.size()) < 0) _exit(125);
+        }
+        if (walk.empty() && write(2, "#said (does not open)\n", 23) < 0) _exit(125);
+      }
     } catch (...) {
       static const char kEscaped[] = "\n#exception escaped the library\n";
       if (write(2, kEscaped, sizeof kEscaped - 1) < 0) _exit(125);
@@ -107,7 +121,10 @@ Verdict WalkInChild(const std::string& path) {
   int status = 0;
   waitpid(child, &status, 0);
 
-  Verdict v{kClean, false, ""};
+  Verdict v{kClean, false, "", ""};
+  for (size_t at = text.find("#said "); at != std::string::npos; at = text.find("#said ", at + 1)) {
+    v.said += "    " + text.substr(at + 6, text.find('\n', at) - at - 5);
+  }
   size_t report = text.find("ERROR: AddressSanitizer");
   if (report == std::string::npos) report = text.find("runtime error:");
   if (report == std::string::npos) report = text.find("#fault");
@@ -161,6 +178,8 @@ void Count(Tally& tally, const std::string& copy, const std::string& what, const
            const std::string& keepDirectory) {
   ++tally.copies;
   (v.inHdf5 ? tally.hdf5 : tally.ours)[v.ending]++;
+  if (Show())
+    printf("%s %s: %s\n%s", tally.name, what.c_str(), kEndingNames[v.ending], v.said.c_str());
   if (v.ending == kClean) return;
   std::string kept = keepDirectory + "/" + tally.name + "-" + std::to_string(tally.copies) + ".sim";
   WriteWholeFile(kept, ReadWholeFile(copy));
@@ -188,218 +207,6 @@ void PrintTable(const std::vector<Tally>& tallies) {
   for (const Tally& t : tallies) {
     for (const std::string& k : t.kept) printf("  kept %s\n", k.c_str());
   }
-}
-
-// --- structural damage through the HDF5 C API ----------------------------------
-
-const char kModel[] = "/sim/discreteModel";
-const char kMesh[] = "/sim/discreteModel/mesh";
-const char kSystems[] = "/sim/discreteModel/mesh/systems";
-const char kPlain[] = "/sim/discreteModel/mesh/systems/0";
-const char kModal[] = "/sim/discreteModel/mesh/systems/1";
-const char kEvents[] = "/sim/discreteModel/mesh/systems/1/events";
-const char kEvent[] = "/sim/discreteModel/mesh/systems/1/events/0";
-const char kSub[] = "/sim/discreteModel/mesh/systems/2";
-const char kDamping[] = "/sim/discreteModel/mesh/systems/2/damping";
-const char kMembers[] = "#simpleTypeMembers";
-
-void DeleteAttribute(hid_t file, const char* object, const char* name) {
-  hid_t o = H5Oopen(file, object, H5P_DEFAULT);
-  H5Adelete(o, name);
-  H5Oclose(o);
-}
-
-// Replaces an attribute by one of the given type, shape and bytes.
-void PutAttribute(hid_t file, const char* object, const char* name, hid_t type,
-                  std::vector<hsize_t> dims, const void* bytes) {
-  hid_t o = H5Oopen(file, object, H5P_DEFAULT);
-  if (H5Aexists(o, name) > 0) H5Adelete(o, name);
-  hid_t space = H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr);
-  hid_t a = H5Acreate2(o, name, type, space, H5P_DEFAULT, H5P_DEFAULT);
-  H5Awrite(a, type, bytes);
-  H5Aclose(a);
-  H5Sclose(space);
-  H5Oclose(o);
-}
-
-// Replaces a dataset of `object` by a contiguous one of the given type and shape.
-void PutDataset(hid_t file, const std::string& path, hid_t type, std::vector<hsize_t> dims,
-                const void* bytes) {
-  H5Ldelete(file, path.c_str(), H5P_DEFAULT);
-  hid_t space = H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr);
-  hid_t d = H5Dcreate2(file, path.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
-  if (bytes != nullptr) H5Dwrite(d, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes);
-  H5Dclose(d);
-  H5Sclose(space);
-}
-
-std::vector<unsigned char> ReadBytes(hid_t file, const std::string& path) {
-  hid_t d = H5Dopen2(file, path.c_str(), H5P_DEFAULT);
-  hid_t space = H5Dget_space(d);
-  hsize_t n = 0;
-  H5Sget_simple_extent_dims(space, &n, nullptr);
-  std::vector<unsigned char> bytes(static_cast<size_t>(n));
-  if (n > 0) H5Dread(d, H5T_NATIVE_UCHAR, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data());
-  H5Sclose(space);
-  H5Dclose(d);
-  return bytes;
-}
-
-typedef std::function<void(hid_t file)> DamageFunction;
-struct Kind {
-  std::string name;
-  DamageFunction damage;
-};
-
-void PutInt(std::vector<unsigned char>& bytes, size_t at, int value) {
-  for (int i = 0; i < 4; ++i)
-    bytes[at + static_cast<size_t>(i)] = static_cast<unsigned char>(value >> (8 * i));
-}
-
-std::vector<Kind> StructuralKinds() {
-  std::vector<Kind> kinds;
-  auto add = [&](const std::string& name, DamageFunction f) { kinds.push_back({name, f}); };
-  for (const char* g : {kModel, kMesh, kPlain, kModal, kEvent, kSub, kDamping}) {
-    std::string at = std::string(" at ") + g;
-    std::string members = std::string(g) + "/" + kMembers;
-    add("class missing" + at, [=](hid_t f) { DeleteAttribute(f, g, "class"); });
-    add("class of ints" + at, [=](hid_t f) {
-      int v[20] = {};
-      PutAttribute(f, g, "class", H5T_NATIVE_INT, {20}, v);
-    });
-    add("class of 40 bytes" + at, [=](hid_t f) {
-      char v[40] = "com.trevolo.Mesh";
-      PutAttribute(f, g, "class", H5T_NATIVE_UCHAR, {40}, v);
-    });
-    add("class 2-D" + at, [=](hid_t f) {
-      char v[160] = "com.trevolo.Mesh";
-      PutAttribute(f, g, "class", H5T_NATIVE_UCHAR, {2, 80}, v);
-    });
-    for (const char* id :
-         {"com.trevolo.Unknown", "", "com.trevolo.ModalEvent", "com.trevolo.Sim"}) {
-      add("class '" + std::string(id) + "'" + at, [=](hid_t f) {
-        char v[80] = {};
-        strncpy(v, id, sizeof v - 1);
-        PutAttribute(f, g, "class", H5T_NATIVE_UCHAR, {80}, v);
-      });
-    }
-    add("class unterminated" + at, [=](hid_t f) {
-      char v[80];
-      memset(v, 'x', sizeof v);
-      PutAttribute(f, g, "class", H5T_NATIVE_UCHAR, {80}, v);
-    });
-    add("members missing" + at, [=](hid_t f) { H5Ldelete(f, members.c_str(), H5P_DEFAULT); });
-    add("members of ints" + at, [=](hid_t f) {
-      int v[8] = {32, 1, 2, 3, 4, 5, 6, 7};
-      PutDataset(f, members, H5T_NATIVE_INT, {8}, v);
-    });
-    add("members 2-D" + at, [=](hid_t f) {
-      unsigned char v[64] = {64};
-      PutDataset(f, members, H5T_NATIVE_UCHAR, {8, 8}, v);
-    });
-    add("members empty" + at,
-        [=](hid_t f) { PutDataset(f, members, H5T_NATIVE_UCHAR, {0}, nullptr); });
-    add("members truncated" + at, [=](hid_t f) {
-      std::vector<unsigned char> b = ReadBytes(f, members);
-      b.resize(b.size() / 2);
-      PutDataset(f, members, H5T_NATIVE_UCHAR, {b.size()}, b.data());
-    });
-    add("members header larger" + at, [=](hid_t f) {
-      std::vector<unsigned char> b = ReadBytes(f, members);
-      if (b.size() >= 4) PutInt(b, 0, static_cast<int>(b.size()) + 1000);
-      PutDataset(f, members, H5T_NATIVE_UCHAR, {b.size()}, b.data());
-    });
-    add("members header smaller" + at, [=](hid_t f) {
-      std::vector<unsigned char> b = ReadBytes(f, members);
-      if (b.size() >= 4) PutInt(b, 0, static_cast<int>(b.size()) / 3);
-      PutDataset(f, members, H5T_NATIVE_UCHAR, {b.size()}, b.data());
-    });
-    add("members header huge" + at, [=](hid_t f) {
-      std::vector<unsigned char> b = ReadBytes(f, members);
-      if (b.size() >= 4) PutInt(b, 0, 0x7FFFFFFF);
-      PutDataset(f, members, H5T_NATIVE_UCHAR, {b.size()}, b.data());
-    });
-    add("members extent 2^58" + at, [=](hid_t f) {
-      hid_t d = H5Dopen2(f, members.c_str(), H5P_DEFAULT);
-      hsize_t huge = hsize_t(1) << 58;
-      H5Dset_extent(d, &huge);
-      H5Dclose(d);
-    });
-  }
-  for (const char* r : {kSystems, kEvents}) {
-    std::string at = std::string(" at ") + r;
-    add("#size missing" + at, [=](hid_t f) { DeleteAttribute(f, r, "#size"); });
-    for (long long n : {-5LL, 2147483647LL, 1LL << 40, 0LL, 1000LL}) {
-      add("#size " + std::to_string(n) + at, [=](hid_t f) {
-        PutAttribute(f, r, "#size", H5T_NATIVE_LLONG, {1, 1}, &n);
-      });
-    }
-    add("#size a double" + at, [=](hid_t f) {
-      double v = 2.5;
-      PutAttribute(f, r, "#size", H5T_NATIVE_DOUBLE, {1, 1}, &v);
-    });
-    add("#size of two" + at, [=](hid_t f) {
-      int v[2] = {1, 1};
-      PutAttribute(f, r, "#size", H5T_NATIVE_INT, {2}, v);
-    });
-    add("element 0 missing" + at,
-        [=](hid_t f) { H5Ldelete(f, (std::string(r) + "/0").c_str(), H5P_DEFAULT); });
-  }
-  for (const char* d : {kModal, kSub}) {
-    std::string base = std::string(d) + "/#base";
-    add(std::string("#base missing at ") + d,
-        [=](hid_t f) { H5Ldelete(f, base.c_str(), H5P_DEFAULT); });
-    add(std::string("#base of another class at ") + d, [=](hid_t f) {
-      char v[80] = "com.trevolo.ModalEvent";
-      PutAttribute(f, base.c_str(), "class", H5T_NATIVE_UCHAR, {80}, v);
-    });
-  }
-  // The service's data.
-  add("service format 7", [](hid_t f) {
-    int v = 7;
-    PutAttribute(f, "/QELSim", "formatVersion", H5T_NATIVE_INT, {1}, &v);
-  });
-  add("service format missing", [](hid_t f) { DeleteAttribute(f, "/QELSim", "formatVersion"); });
-  add("service collections missing",
-      [](hid_t f) { H5Ldelete(f, "/QELSim/collections", H5P_DEFAULT); });
-  add("service distributions missing",
-      [](hid_t f) { H5Ldelete(f, "/QELSim/distributions", H5P_DEFAULT); });
-  for (int size : {-1, 0, 2147483647}) {
-    add("collection size " + std::to_string(size), [=](hid_t f) {
-      PutAttribute(f, "/QELSim/collections/0", "size", H5T_NATIVE_INT, {1}, &size);
-    });
-  }
-  add("collection size missing",
-      [](hid_t f) { DeleteAttribute(f, "/QELSim/collections/0", "size"); });
-  add("set member outside", [](hid_t f) {
-    int v[6] = {5, 4, 3, 2, 1, 99};
-    PutDataset(f, "/QELSim/collections/0/0", H5T_NATIVE_INT, {6}, v);
-  });
-  add("set member negative", [](hid_t f) {
-    int v[6] = {5, -4, 3, 2, 1, 0};
-    PutDataset(f, "/QELSim/collections/0/0", H5T_NATIVE_INT, {6}, v);
-  });
-  add("set longer than its collection", [](hid_t f) {
-    int v[9] = {};
-    PutDataset(f, "/QELSim/collections/0/0", H5T_NATIVE_INT, {9}, v);
-  });
-  add("set 2-D", [](hid_t f) {
-    int v[6] = {};
-    PutDataset(f, "/QELSim/collections/0/0", H5T_NATIVE_INT, {2, 3}, v);
-  });
-  add("distribution shorter than its set", [](hid_t f) {
-    int v[2] = {1, 2};
-    PutDataset(f, "/QELSim/distributions/0", H5T_NATIVE_INT, {2}, v);
-    unsigned set[2] = {0, 0};
-    PutAttribute(f, "/QELSim/distributions/0", "dimensionSet", H5T_NATIVE_UINT, {2}, set);
-  });
-  add("distribution over no set", [](hid_t f) {
-    unsigned set[2] = {0, 77};
-    PutAttribute(f, "/QELSim/distributions/0", "dimensionSet", H5T_NATIVE_UINT, {2}, set);
-  });
-  add("distribution set attribute missing",
-      [](hid_t f) { DeleteAttribute(f, "/QELSim/distributions/0", "dimensionSet"); });
-  return kinds;
 }
 
 class Damage : public testing::Test {
@@ -451,9 +258,9 @@ TEST_F(Damage, EveryKindOfDamageIsWalkedWithoutTroubleInOurCode) {
     EXPECT_NE(whole.find(seen), std::string::npos) << seen;
   }
 
-  std::vector<Kind> kinds = StructuralKinds();
+  std::vector<DamageKind> kinds = StructuralDamageKinds(s_dir->File("pristine.sim"));
   EXPECT_GE(kinds.size(), 40u);
-  for (const Kind& kind : kinds) {
+  for (const DamageKind& kind : kinds) {
     std::string copy = Copy();
     H5E_BEGIN_TRY {
       hid_t f = H5Fopen(copy.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
@@ -461,6 +268,7 @@ TEST_F(Damage, EveryKindOfDamageIsWalkedWithoutTroubleInOurCode) {
       H5Fclose(f);
     }
     H5E_END_TRY;
+    EXPECT_TRUE(ReadWholeFile(copy) != *s_pristine) << kind.name << ": the damage was not made";
     Count(tallies[0], copy, kind.name, WalkInChild(copy), *s_keep);
   }
 
@@ -485,24 +293,21 @@ TEST_F(Damage, EveryKindOfDamageIsWalkedWithoutTroubleInOurCode) {
           WalkInChild(copy), *s_keep);
   }
 
-  // Random members records of plausible shape, in every object group.
-  const char* groups[] = {kModel, kMesh, kPlain, kModal, kEvent, kSub, kDamping};
+  // Random members records, in every object group.
+  const std::vector<std::string> groups = MembersGroups(s_dir->File("pristine.sim"));
+  ASSERT_FALSE(groups.empty());
   const int records = Full() ? 500 : 70;
   for (int i = 0; i < records; ++i) {
     std::string copy = Copy();
-    const char* g = groups[i % 7];
-    std::vector<unsigned char> b(static_cast<size_t>(8 + random() % 300));
-    for (unsigned char& c : b)
-      c = static_cast<unsigned char>(random() % 4 == 0 ? random() % 256 : random() % 20);
-    PutInt(b, 0, static_cast<int>(b.size()));
+    const std::string& g = groups[static_cast<size_t>(i) % groups.size()];
+    std::vector<unsigned char> b = RandomMembersRecord(random);
     H5E_BEGIN_TRY {
       hid_t f = H5Fopen(copy.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
-      PutDataset(f, std::string(g) + "/" + kMembers, H5T_NATIVE_UCHAR, {b.size()}, b.data());
+      PutMembersRecord(f, g, b);
       H5Fclose(f);
     }
     H5E_END_TRY;
-    Count(tallies[3], copy, std::string("record ") + std::to_string(i) + " at " + g,
-          WalkInChild(copy), *s_keep);
+    Count(tallies[3], copy, "record " + std::to_string(i) + " at " + g, WalkInChild(copy), *s_keep);
   }
   PrintTable(tallies);
 }
@@ -515,8 +320,10 @@ TEST(HdfRegressions, KnownHdf5FaultsNeverEndBadlyInOurCode) {
   ScratchDir dir;
   for (const char* name : {"cache-entry-size-1", "cache-entry-size-2", "cache-entry-size-3"}) {
     std::string kept = std::string(DDB_TESTS_DIR) + "/data/hdf5_regressions/" + name + ".sim";
+    std::string bytes = ReadWholeFile(kept);
+    ASSERT_FALSE(bytes.empty()) << kept << " is missing";
     std::string copy = dir.File("copy.sim");
-    WriteWholeFile(copy, ReadWholeFile(kept));
+    WriteWholeFile(copy, bytes);
     Count(tally, copy, name, WalkInChild(copy), dir.Path());
   }
   PrintTable({tally});

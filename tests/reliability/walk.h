@@ -4,8 +4,8 @@
 // service (collection sizes, set members, distribution values).
 //
 // What was read comes back as text, one line per value, so that walks of two
-// files can be compared; what the library printed meanwhile is kept by the
-// reader (tools/ddb/ddb_reader.h), not printed.
+// files can be compared; what the library printed while reading an object
+// comes after its values as lines "<object>.! <message>" (nothing is printed).
 #ifndef DDB_TESTS_RELIABILITY_WALK_H_
 #define DDB_TESTS_RELIABILITY_WALK_H_
 

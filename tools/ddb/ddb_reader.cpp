@@ -280,12 +280,13 @@ class Reader {
 };
 
 // Opens `path` read-only in `root` under `alias`; the reason on failure
-// from what the library said.
+// from what the library said. What it said on a successful open (a foreign
+// service format, say) is left in *said.
 msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias, Capture& capture,
-              std::string* why) {
+              std::string* why, std::vector<std::string>* said) {
   msfD_Sim sim = root.openSimReadOnly(path.c_str(), alias.c_str(), 0);
-  std::vector<std::string> said = capture.Take();
-  if (!sim) *why = said.empty() ? "cannot open " + path : said.front();
+  *said = capture.Take();
+  if (!sim) *why = said->empty() ? "cannot open " + path : said->front();
   return sim;
 }
 
@@ -294,9 +295,11 @@ msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias
 bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why) {
   Capture capture;
   msfD_Root root(0);
-  msfD_Sim opened = Open(root, path, "", capture, why);
+  std::vector<std::string> said;
+  msfD_Sim opened = Open(root, path, "", capture, why, &said);
   if (!opened) return false;
   Reader(&capture, depth).Sim(opened, sim);
+  sim->messages.insert(sim->messages.begin(), said.begin(), said.end());
   return true;
 }
 
@@ -307,7 +310,8 @@ bool DdbReadLink(const std::string& path, const std::string& link, int depth, Dd
   // A link that starts at a sim by alias names the alias the sim is opened under.
   std::string alias;
   if (link.rfind("alias:", 0) == 0) alias = link.substr(6, link.find('#') - 6);
-  msfD_Sim sim = Open(root, path, alias, capture, why);
+  std::vector<std::string> said;
+  msfD_Sim sim = Open(root, path, alias, capture, why, &said);
   if (!sim) return false;
   gbb_SimpleLink resolved(sim.Path(), link.c_str());
   gbb_Handle handle = resolved.Get(0);
