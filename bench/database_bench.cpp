@@ -352,7 +352,7 @@ class RawWriter {
 // keeps each loaded object's group).
 struct RawDatabase {
   hid_t file = -1;
-  std::vector<hid_t> path;  // service groups, sim, model, mesh
+  std::vector<hid_t> path;  // sim, model, mesh
   hid_t repository = -1;
   std::vector<hid_t> elements;
 };
@@ -362,15 +362,7 @@ RawDatabase RawSetUp(const std::string& path) {
   db.file = H5Fcreate(path.c_str(), H5F_ACC_EXCL, g_creation, g_access);
   Check(db.file >= 0, "H5Fcreate");
   RawWriter w(db.file);
-  // The service's own groups, made with every new file.
-  hid_t service = H5Gcreate2(db.file, "QELSim", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
-  int version = 1;
-  hsize_t one = 1;
-  w.CreateAttribute(service, "formatVersion", H5T_NATIVE_INT, 1, &one);
-  w.WriteAttribute(service, "formatVersion", H5T_NATIVE_INT, &version);
-  H5Gclose(H5Gcreate2(service, "collections", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-  H5Gclose(H5Gcreate2(service, "distributions", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-  db.path.push_back(service);
+  // (The service makes its groups with its first collection: none here.)
   hid_t sim = w.ObjectGroup(db.file, "sim", "com.trevolo.Sim", 1523728409);
   w.Flush();
   hid_t model = w.ObjectGroup(sim, "discreteModel", "com.trevolo.DiscreteModel", -1);
@@ -449,32 +441,24 @@ std::vector<unsigned char> RawReadMembers(hid_t group) {
 }
 
 // Opens the file and the groups down to the systems repository as the
-// library does (the service's groups and format attribute, the sim, each
-// sub-object probed and its class read); `visit` gets the repository and
-// its size.
+// library does (the service's group probed, the sim, each sub-object probed
+// and its class read, no members: reaching the systems needs none);
+// `visit` gets the repository and its size.
 template <class Visit>
 long long RawOpen(const std::string& path, Visit visit) {
   hid_t file = H5Fopen(path.c_str(), H5F_ACC_RDONLY, g_access);
   Check(file >= 0, "H5Fopen");
-  hid_t service = H5Gopen2(file, "QELSim", H5P_DEFAULT);
-  int version = 0;
-  hid_t a = H5Aopen(service, "formatVersion", H5P_DEFAULT);
-  H5Aread(a, H5T_NATIVE_INT, &version);
-  H5Aclose(a);
-  hid_t collections = H5Gopen2(service, "collections", H5P_DEFAULT);
-  hid_t distributions = H5Gopen2(service, "distributions", H5P_DEFAULT);
+  Check(H5Lexists(file, "QELSim", H5P_DEFAULT) == 0, "no service group");
   hid_t sim = RawOpenObject(file, "sim", false);
   hid_t model = RawOpenObject(sim, "discreteModel", true);
-  RawReadMembers(model);
   hid_t mesh = RawOpenObject(model, "mesh", true);
-  RawReadMembers(mesh);
   hid_t repository = H5Gopen2(mesh, "systems", H5P_DEFAULT);
   int size = 0;
-  a = H5Aopen(repository, "#size", H5P_DEFAULT);
+  hid_t a = H5Aopen(repository, "#size", H5P_DEFAULT);
   H5Aread(a, H5T_NATIVE_INT, &size);
   H5Aclose(a);
-  long long sum = visit(repository, size) + version;
-  for (hid_t g : {repository, mesh, model, sim, distributions, collections, service}) H5Gclose(g);
+  long long sum = visit(repository, size);
+  for (hid_t g : {repository, mesh, model, sim}) H5Gclose(g);
   H5Fclose(file);
   return sum;
 }
