@@ -30,6 +30,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench_util.h"
@@ -224,8 +225,12 @@ struct Encoder {
   }
 };
 
-std::vector<unsigned char> SystemBytes(const std::string& name) {
+// The members of an FE system named `name` whose distributions map holds
+// the (number, distribution minor) pairs `numbered`, in key order.
+std::vector<unsigned char> RecordBytes(const std::string& name,
+                                       const std::vector<std::pair<int, unsigned>>& numbered) {
   Encoder e;
+  e.bytes.reserve(64 + 26 * numbered.size());
   e.Int(0);  // length header, filled in by Finish
   e.Record(3, 0x07);
   e.Text(name);
@@ -234,12 +239,16 @@ std::vector<unsigned char> SystemBytes(const std::string& name) {
   e.Record(1, 0x0A);
   e.Id(3, kMasks);
   e.Record(0, 0x4A);
-  e.Int(2);
-  for (int k = 0; k < 2; ++k) e.Int(kNumbers[k]), e.Id(3, kNumbered[k]);
+  e.Int(static_cast<int>(numbered.size()));
+  for (const auto& pair : numbered) e.Int(pair.first), e.Id(3, pair.second);
   e.Record(4, 0x3A);
   e.Int(2);
   for (int k = 0; k < 2; ++k) e.Text(kNames[k]), e.Id(3, kNamed[k]);
   return e.Finish();
+}
+
+std::vector<unsigned char> SystemBytes(const std::string& name) {
+  return RecordBytes(name, {{kNumbers[0], kNumbered[0]}, {kNumbers[1], kNumbered[1]}});
 }
 
 // Model and mesh streams of the same lengths as the library's (their
@@ -618,26 +627,13 @@ ada_MapInt<QELSimDistributionID> LargeMap(int c) {
 // (The user distributions keep the two entries every system is made with.)
 std::vector<unsigned char> LargeRecordBytes(const std::string& name,
                                             const ada_MapInt<QELSimDistributionID>& map) {
-  Encoder e;
-  e.bytes.reserve(static_cast<size_t>(64 + 26 * map.count()));
-  e.Int(0);
-  e.Record(3, 0x07);
-  e.Text(name);
-  e.Record(2, 0x0A);
-  e.Id(3, kLabels);
-  e.Record(1, 0x0A);
-  e.Id(3, kMasks);
-  e.Record(0, 0x4A);
-  e.Int(map.count());
+  std::vector<std::pair<int, unsigned>> numbered;
+  numbered.reserve(static_cast<size_t>(map.count()));
   ada_MapIntIterator<QELSimDistributionID> it(map);
   for (it.first(); !it.isDone(); it.next()) {
-    e.Int(it.key());
-    e.Id(3, it.value().DistributionMinor());
+    numbered.emplace_back(it.key(), it.value().DistributionMinor());
   }
-  e.Record(4, 0x3A);
-  e.Int(2);
-  for (int k = 0; k < 2; ++k) e.Text(kNames[k]), e.Id(3, kNamed[k]);
-  return e.Finish();
+  return RecordBytes(name, numbered);
 }
 
 // The minimal decoder of those bytes into the same map type (the two user
