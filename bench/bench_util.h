@@ -3,6 +3,17 @@
 // Every figure is the best of several runs (the least disturbed one), and
 // every row is printed next to a baseline measured in the same process, so
 // the ratios stay comparable across machines and loads.
+//
+// With BENCH_ROWS set, each row is also appended to that file for bench/run,
+// one line of tab-separated fields:
+//
+//   program  operation  size  figure  baseline  unit  target  against
+//
+// figure and baseline per item in `unit` ("ns" for times, "B" for sizes);
+// target empty, "<ratio>x" (figure / baseline at most that) or "<=<value>"
+// (figure at most that, in `unit`); against names the baseline. Baseline
+// rows are printed but not recorded: the row compared with them carries
+// their figure.
 #ifndef DDB_BENCH_BENCH_UTIL_H_
 #define DDB_BENCH_BENCH_UTIL_H_
 
@@ -12,6 +23,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 namespace bench {
 
@@ -34,23 +46,92 @@ inline int Runs(int fallback) {
   return e != nullptr ? std::max(1, std::atoi(e)) : fallback;
 }
 
-inline void Header(const char* title) {
-  std::printf("\n%s\n%-44s %12s %12s %8s\n", title, "case", "time [ms]", "per item [ns]", "ratio");
+// The size column of the rows that follow ("1M nodes x 3 DOFs").
+inline std::string& CurrentSize() {
+  static std::string size;
+  return size;
+}
+inline void Size(const std::string& size) {
+  CurrentSize() = size;
 }
 
-// One row: `seconds` for `items` operations, compared with `baseline` seconds.
-// With BENCH_ROWS set, the row is also appended to that file, tab-separated
-// (program, case, ns per item, baseline ns per item, ratio), for bench/run.
-inline void Row(const char* name, double seconds, double items, double baseline) {
-  std::printf("%-44s %12.3f %12.2f %8.2f\n", name, seconds * 1e3, seconds * 1e9 / items,
-              seconds / baseline);
+// What the rows that follow are compared with (the last baseline row).
+inline std::string& CurrentBaseline() {
+  static std::string name;
+  return name;
+}
+
+// Prints a table heading; the title also becomes the size column unless
+// `size` names it.
+inline void Header(const char* title, const char* size = nullptr) {
+  Size(size != nullptr ? size : title);
+  std::printf("\n%s\n%-52s %12s %14s %8s %8s\n", title, "case", "time [ms]", "per item [ns]",
+              "ratio", "target");
+}
+
+inline void Record(const char* name, double figure, double baseline, const char* unit,
+                   const std::string& target) {
   if (const char* rows = std::getenv("BENCH_ROWS")) {
     if (std::FILE* out = std::fopen(rows, "a")) {
-      std::fprintf(out, "%s\t%s\t%.2f\t%.2f\t%.3f\n", program_invocation_short_name, name,
-                   seconds * 1e9 / items, baseline * 1e9 / items, seconds / baseline);
+      std::fprintf(out, "%s\t%s\t%s\t%.6g\t%.6g\t%s\t%s\t%s\n", program_invocation_short_name, name,
+                   CurrentSize().c_str(), figure, baseline, unit, target.c_str(),
+                   CurrentBaseline().c_str());
       std::fclose(out);
     }
   }
+}
+
+inline std::string RatioTarget(double target) {
+  if (target <= 0) return "";
+  char text[32];
+  std::snprintf(text, sizeof text, "%gx", target);
+  return text;
+}
+
+// Names the baseline of the rows that follow (BaselineRow does it too).
+inline void Against(const std::string& name) {
+  CurrentBaseline() = name;
+}
+
+// A baseline's row: printed with ratio 1, named in the recorded rows that
+// follow.
+inline void BaselineRow(const char* name, double seconds, double items) {
+  std::printf("%-52s %12.3f %14.2f %8.2f\n", name, seconds * 1e3, seconds * 1e9 / items, 1.0);
+  CurrentBaseline() = name;
+}
+
+// A row for information only: printed, not recorded.
+inline void InfoRow(const char* name, double seconds, double items, double baseline) {
+  std::printf("%-52s %12.3f %14.2f %8.2f\n", name, seconds * 1e3, seconds * 1e9 / items,
+              seconds / baseline);
+}
+
+// One row: `seconds` for `items` operations, compared with `baseline`
+// seconds for the same items; `target` is the ratio to meet (0: none).
+inline void Row(const char* name, double seconds, double items, double baseline,
+                double target = 0) {
+  std::string t = RatioTarget(target);
+  std::printf("%-52s %12.3f %14.2f %8.2f %8s\n", name, seconds * 1e3, seconds * 1e9 / items,
+              seconds / baseline, t.c_str());
+  Record(name, seconds * 1e9 / items, baseline * 1e9 / items, "ns", t);
+}
+
+// A row whose figure and baseline are per item already (ns), as when they
+// were measured on different numbers of items.
+inline void PerItemRow(const char* name, double figureNs, double baselineNs, double target = 0) {
+  std::string t = RatioTarget(target);
+  std::printf("%-52s %12s %14.2f %8.2f %8s\n", name, "", figureNs, figureNs / baselineNs,
+              t.c_str());
+  Record(name, figureNs, baselineNs, "ns", t);
+}
+
+// A row of bytes per item, compared with a baseline's and held to an upper
+// bound (0: none).
+inline void BytesRow(const char* name, double bytes, double baselineBytes, double atMost = 0) {
+  std::string t;
+  if (atMost > 0) t = "<=" + std::to_string(static_cast<long long>(atMost));
+  std::printf("%-52s %12s %12.0f B %8.2f %8s\n", name, "", bytes, bytes / baselineBytes, t.c_str());
+  Record(name, bytes, baselineBytes, "B", t);
 }
 
 // Keeps the optimiser from discarding a computed value.

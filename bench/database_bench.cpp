@@ -1,28 +1,36 @@
-// A whole database through the schema against the HDF5 C API doing the same
-// work.
+// The library at scale, against the HDF5 C API doing the same work.
 //
-// The library builds a sim, a discrete model, a mesh and N FE systems, each
-// with four distributions in its `distributions` and `userDistributions`
-// maps, and closes the sim; then it reopens the file and reads one system,
-// and reopens it and reads every system. The baseline makes and reads the
-// same groups, attributes and datasets directly with the C API, with the
-// same members bytes, and flushes where the library's HDF5 wrapper does
-// (after every attribute and dataset write, see hdf_File::FlushAfterWrites).
-// Both open files with the wrapper's file access settings
-// (hdf_File::ConfigureAccess). Runs alternate between the two and the best of
-// each counts (BENCH_RUNS, default 3; the open-and-read-one rows take the
-// best of 20 times as many).
+// For each size N (default 1,000, 10,000 and 100,000) the library builds a
+// sim, a discrete model, a mesh and N FE systems, each with four
+// distributions in its `distributions` and `userDistributions` maps, one
+// commit per system; commits a setter on up to 1,000 systems spread over
+// the array; closes the sim; then reopens the file and reads one system
+// (first access), and reopens it and reads every system (full walk). The
+// baseline makes and reads the same groups, attributes and datasets
+// directly with the C API, with the same members bytes, the same flushes
+// (one per added system, one per setter) and the same file settings
+// (hdf_File::ConfigureAccess and ConfigureCreation: format, metadata cache
+// and journal). Runs alternate between the two so that both see the same
+// disturbances of a shared machine; the best of each counts.
 //
-// Opening and reading one system is shown for 100 and for N systems side by
-// side: it should not depend on the number of systems.
+// Rows per size: per-system time of create + commit, setter commit, close,
+// reopen, first access and full walk against the C API; file size per
+// system; and how create + commit and reopen + first access grow with N
+// (against 1,000 systems and against a database of 100 systems). Last, a
+// record whose map holds 100,000 entries: its commit and its load against a
+// minimal hand-written encoder and decoder of the same bytes with the C API.
 //
-//   database_bench [systems [directory]]   (default 10000 /tmp)
+//   database_bench [sizes [directory]]   sizes comma-separated, default
+//                                        1000,10000,100000; directory /tmp
 #include <hdf5.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench_util.h"
@@ -35,6 +43,7 @@ namespace {
 
 std::string g_directory = "/tmp";
 hid_t g_access = H5P_DEFAULT;
+hid_t g_creation = H5P_DEFAULT;
 
 std::string FileName(const char* what, int systems) {
   return g_directory + "/database_bench_" + std::to_string(getpid()) + "_" + what + "_" +
@@ -51,6 +60,36 @@ void Check(bool ok, const char* what) {
 std::string SystemName(int i) {
   return "system " + std::to_string(i);
 }
+std::string NewName(int i) {
+  return "renamed " + std::to_string(i);
+}
+
+// The systems that get a setter commit: up to 1,000, spread over the array.
+std::vector<int> SetterSample(int systems) {
+  int n = std::min(systems, 1000);
+  std::vector<int> sample;
+  for (int k = 0; k < n; ++k) sample.push_back(static_cast<int>(1LL * k * systems / n));
+  return sample;
+}
+
+long long FileSize(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? static_cast<long long>(info.st_size) : 0;
+}
+
+void Fresh(const std::string& path) {
+  std::remove(path.c_str());
+}
+
+// Seconds of each phase of building a database.
+struct BuildTimes {
+  double add = 1e300, set = 1e300, close = 1e300;
+  void Keep(const BuildTimes& t) {
+    add = std::min(add, t.add);
+    set = std::min(set, t.set);
+    close = std::min(close, t.close);
+  }
+};
 
 // The distributions of every system (identifiers of the sim's context; the
 // service's data are not what is measured here).
@@ -62,22 +101,27 @@ const unsigned kNamed[2] = {14, 15};
 
 // --- the library ------------------------------------------------------------
 
-void LibraryCreate(const std::string& path, int systems) {
-  msfD_Root root(0);
-  msfD_Sim sim = root.createSim(path.c_str(), "", 0);
-  Check(!!sim, "createSim");
+// Makes the sim, its model and mesh; returns the mesh's systems array.
+template <class Sim>
+auto LibraryMesh(Sim& sim) {
   const int c = sim.distributionService().Context().Number();
   msfD_DiscreteModel model = sim.DiscreteModel(
       msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
   msfD_Mesh mesh =
       model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 2), QELSimCollectionID(c, 3), 0));
+  return mesh.systems();
+}
+
+// Adds `systems` FE systems, one commit each. Not inlined: a profiler can
+// collect this phase alone (callgrind --toggle-collect='*LibraryAdd*').
+template <class Array>
+__attribute__((noinline)) void LibraryAdd(const Array& array, int c, int systems) {
   ada_MapInt<QELSimDistributionID> byNumber;
   ada_MapString<QELSimDistributionID> byName;
   for (int k = 0; k < 2; ++k) {
     byNumber.insert(kNumbers[k], QELSimDistributionID(c, kNumbered[k]));
     byName.insert(kNames[k], QELSimDistributionID(c, kNamed[k]));
   }
-  auto array = mesh.systems();
   for (int i = 0; i < systems; ++i) {
     // Filled before it is added: binding then stores it with one write.
     fesD_FESystemHolder system =
@@ -87,7 +131,25 @@ void LibraryCreate(const std::string& path, int systems) {
     system.Get().UserDistributions(byName);
     array.add(system);
   }
-  root.closeSim(sim);
+}
+
+template <class Array>
+__attribute__((noinline)) void LibrarySet(const Array& array, const std::vector<int>& sample) {
+  for (int i : sample) array.get(i).SystemName(NewName(i).c_str());
+}
+
+BuildTimes LibraryBuild(const std::string& path, int systems) {
+  BuildTimes t;
+  msfD_Root root(0);
+  msfD_Sim sim = root.createSim(path.c_str(), "", 0);
+  Check(!!sim, "createSim");
+  const int c = sim.distributionService().Context().Number();
+  auto array = LibraryMesh(sim);
+  t.add = bench::BestOf(1, [&] { LibraryAdd(array, c, systems); });
+  std::vector<int> sample = SetterSample(systems);
+  t.set = bench::BestOf(1, [&] { LibrarySet(array, sample); });
+  t.close = bench::BestOf(1, [&] { root.closeSim(sim); });
+  return t;
 }
 
 // Reads the members of one system; returns a number that depends on them.
@@ -96,13 +158,33 @@ long long Use(const fesD_FESystem& system) {
          system.userDistributions().count() + system.nodalLabels().DistributionMinor();
 }
 
-long long LibraryReadOne(const std::string& path, int index) {
-  msfD_Root root(0);
-  msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
-  return Use(sim.discreteModel().mesh().systems().get(index));
+// Reopening (to the systems array) and the first access, timed apart.
+struct OpenTimes {
+  double open = 1e300, first = 1e300;
+  double Sum() const { return open + first; }
+};
+
+long long LibraryOpenAndRead(const std::string& path, int index, OpenTimes* best) {
+  long long sum = 0;
+  double t0 = 0, t1 = 0;
+  {
+    auto start = std::chrono::steady_clock::now();
+    msfD_Root root(0);
+    msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
+    auto systems = sim.discreteModel().mesh().systems();
+    sum += systems.count();
+    auto opened = std::chrono::steady_clock::now();
+    sum += Use(systems.get(index));
+    auto read = std::chrono::steady_clock::now();
+    t0 = std::chrono::duration<double>(opened - start).count();
+    t1 = std::chrono::duration<double>(read - opened).count();
+  }
+  best->open = std::min(best->open, t0);
+  best->first = std::min(best->first, t1);
+  return sum;
 }
 
-long long LibraryReadAll(const std::string& path) {
+long long LibraryWalk(const std::string& path) {
   msfD_Root root(0);
   msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
   auto systems = sim.discreteModel().mesh().systems();
@@ -135,27 +217,38 @@ struct Encoder {
     Int(index);
     Byte(type);
   }
+  std::vector<unsigned char> Finish() {
+    int n = static_cast<int>(bytes.size());
+    for (int k = 0; k < 4; ++k)
+      bytes[static_cast<size_t>(k)] = static_cast<unsigned char>(n >> (8 * k));
+    return bytes;
+  }
 };
 
-std::vector<unsigned char> SystemBytes(int i) {
+// The members of an FE system named `name` whose distributions map holds
+// the (number, distribution minor) pairs `numbered`, in key order.
+std::vector<unsigned char> RecordBytes(const std::string& name,
+                                       const std::vector<std::pair<int, unsigned>>& numbered) {
   Encoder e;
-  e.Int(0);  // length header, filled in below
+  e.bytes.reserve(64 + 26 * numbered.size());
+  e.Int(0);  // length header, filled in by Finish
   e.Record(3, 0x07);
-  e.Text(SystemName(i));
+  e.Text(name);
   e.Record(2, 0x0A);
   e.Id(3, kLabels);
   e.Record(1, 0x0A);
   e.Id(3, kMasks);
   e.Record(0, 0x4A);
-  e.Int(2);
-  for (int k = 0; k < 2; ++k) e.Int(kNumbers[k]), e.Id(3, kNumbered[k]);
+  e.Int(static_cast<int>(numbered.size()));
+  for (const auto& pair : numbered) e.Int(pair.first), e.Id(3, pair.second);
   e.Record(4, 0x3A);
   e.Int(2);
   for (int k = 0; k < 2; ++k) e.Text(kNames[k]), e.Id(3, kNamed[k]);
-  int n = static_cast<int>(e.bytes.size());
-  for (int k = 0; k < 4; ++k)
-    e.bytes[static_cast<size_t>(k)] = static_cast<unsigned char>(n >> (8 * k));
-  return e.bytes;
+  return e.Finish();
+}
+
+std::vector<unsigned char> SystemBytes(const std::string& name) {
+  return RecordBytes(name, {{kNumbers[0], kNumbered[0]}, {kNumbers[1], kNumbered[1]}});
 }
 
 // Model and mesh streams of the same lengths as the library's (their
@@ -168,29 +261,27 @@ std::vector<unsigned char> FillerBytes(int size) {
   return std::vector<unsigned char>(static_cast<size_t>(size), 0x03);
 }
 
-long long MembersSize(const std::string& path, const std::string& group) {
+std::vector<unsigned char> ReadMembersOf(const std::string& path, const std::string& group) {
   hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
   hid_t d = H5Dopen2(f, (group + "/#simpleTypeMembers").c_str(), H5P_DEFAULT);
   hid_t s = H5Dget_space(d);
-  long long n = H5Sget_simple_extent_npoints(s);
+  std::vector<unsigned char> bytes(static_cast<size_t>(H5Sget_simple_extent_npoints(s)));
+  if (!bytes.empty()) H5Dread(d, H5T_NATIVE_UCHAR, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data());
   H5Sclose(s);
   H5Dclose(d);
   H5Fclose(f);
-  return n;
+  return bytes;
 }
 
 class RawWriter {
  public:
-  RawWriter(hid_t file, bool flush) : m_file(file), m_flush(flush) {}
+  explicit RawWriter(hid_t file) : m_file(file) {}
 
-  void Flush() {
-    if (m_flush) H5Fflush(m_file, H5F_SCOPE_LOCAL);
-  }
+  void Flush() { H5Fflush(m_file, H5F_SCOPE_LOCAL); }
   void WriteAttribute(hid_t owner, const char* name, hid_t type, const void* data) {
     hid_t a = H5Aopen(owner, name, H5P_DEFAULT);
     Check(a >= 0 && H5Awrite(a, type, data) >= 0, "H5Awrite");
     H5Aclose(a);
-    Flush();
   }
   void CreateAttribute(hid_t owner, const char* name, hid_t type, int rank, const hsize_t* dims) {
     hid_t space = H5Screate_simple(rank, dims, nullptr);
@@ -215,18 +306,29 @@ class RawWriter {
     WriteAttribute(g, "class", H5T_NATIVE_UCHAR, bytes);
     return g;
   }
-  void Members(hid_t group, const std::vector<unsigned char>& bytes) {
+  void CreateMembers(hid_t group) {
     hsize_t zero = 0, unlimited = H5S_UNLIMITED, chunk = 1024;
     hid_t space = H5Screate_simple(1, &zero, &unlimited);
     hid_t properties = H5Pcreate(H5P_DATASET_CREATE);
     H5Pset_chunk(properties, 1, &chunk);
     hid_t d = H5Dcreate2(group, "#simpleTypeMembers", H5T_NATIVE_UCHAR, space, H5P_DEFAULT,
                          properties, H5P_DEFAULT);
+    Check(d >= 0, "H5Dcreate2");
     H5Pclose(properties);
     H5Sclose(space);
-    hsize_t n = bytes.size(), start = 0;
-    Check(d >= 0 && H5Dset_extent(d, &n) >= 0, "H5Dset_extent");
+    H5Dclose(d);
+  }
+  // Opens the members dataset, grows it to the bytes and writes them at 0.
+  void WriteMembers(hid_t group, const std::vector<unsigned char>& bytes) {
+    hid_t d = H5Dopen2(group, "#simpleTypeMembers", H5P_DEFAULT);
+    hsize_t n = bytes.size(), start = 0, current = 0;
     hid_t fileSpace = H5Dget_space(d);
+    H5Sget_simple_extent_dims(fileSpace, &current, nullptr);
+    if (n > current) {
+      Check(H5Dset_extent(d, &n) >= 0, "H5Dset_extent");
+      H5Sclose(fileSpace);
+      fileSpace = H5Dget_space(d);
+    }
     H5Sselect_hyperslab(fileSpace, H5S_SELECT_SET, &start, nullptr, &n, nullptr);
     hid_t memory = H5Screate_simple(1, &n, nullptr);
     Check(H5Dwrite(d, H5T_NATIVE_UCHAR, memory, fileSpace, H5P_DEFAULT, bytes.data()) >= 0,
@@ -234,7 +336,10 @@ class RawWriter {
     H5Sclose(memory);
     H5Sclose(fileSpace);
     H5Dclose(d);
-    Flush();
+  }
+  void Members(hid_t group, const std::vector<unsigned char>& bytes) {
+    CreateMembers(group);
+    WriteMembers(group, bytes);
   }
   hid_t Repository(hid_t parent, const char* name) {
     hid_t g = H5Gcreate2(parent, name, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
@@ -249,35 +354,72 @@ class RawWriter {
 
  private:
   hid_t m_file;
-  bool m_flush;
 };
 
-void RawCreate(const std::string& path, int systems, bool flush) {
-  hid_t file = H5Fcreate(path.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, g_access);
-  Check(file >= 0, "H5Fcreate");
-  RawWriter w(file, flush);
-  // The service's own groups, made with every new file.
-  hid_t service = H5Gcreate2(file, "QELSim", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
-  H5Gclose(H5Gcreate2(service, "collections", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-  H5Gclose(H5Gcreate2(service, "distributions", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-  H5Gclose(service);
-  hid_t sim = w.ObjectGroup(file, "sim", "com.trevolo.Sim", 1523728409);
+// A database made with the C API, open: the file, the groups down to the
+// systems repository, and every element group (kept open, as the library
+// keeps each loaded object's group).
+struct RawDatabase {
+  hid_t file = -1;
+  std::vector<hid_t> path;  // sim, model, mesh
+  hid_t repository = -1;
+  std::vector<hid_t> elements;
+};
+
+RawDatabase RawSetUp(const std::string& path) {
+  RawDatabase db;
+  db.file = H5Fcreate(path.c_str(), H5F_ACC_EXCL, g_creation, g_access);
+  Check(db.file >= 0, "H5Fcreate");
+  RawWriter w(db.file);
+  // (The service makes its groups with its first collection: none here.)
+  hid_t sim = w.ObjectGroup(db.file, "sim", "com.trevolo.Sim", 1523728409);
+  w.Flush();
   hid_t model = w.ObjectGroup(sim, "discreteModel", "com.trevolo.DiscreteModel", -1);
   w.Members(model, FillerBytes(kModelBytes));
+  w.Flush();
   hid_t mesh = w.ObjectGroup(model, "mesh", "com.trevolo.Mesh", -1);
   w.Members(mesh, FillerBytes(kMeshBytes));
-  hid_t repository = w.Repository(mesh, "systems");
+  w.Flush();
+  db.path.insert(db.path.end(), {sim, model, mesh});
+  db.repository = w.Repository(mesh, "systems");
+  w.Flush();
+  return db;
+}
+
+__attribute__((noinline)) void RawAdd(RawDatabase& db, int systems) {
+  RawWriter w(db.file);
   for (int i = 0; i < systems; ++i) {
-    hid_t g = w.ObjectGroup(repository, std::to_string(i).c_str(), "com.trevolo.FESystem", -1);
-    w.Members(g, SystemBytes(i));
-    H5Gclose(g);
-    w.WriteSize(repository, i + 1);
+    hid_t g = w.ObjectGroup(db.repository, std::to_string(i).c_str(), "com.trevolo.FESystem", -1);
+    w.Members(g, SystemBytes(SystemName(i)));
+    w.WriteSize(db.repository, i + 1);
+    w.Flush();
+    db.elements.push_back(g);
   }
-  H5Gclose(repository);
-  H5Gclose(mesh);
-  H5Gclose(model);
-  H5Gclose(sim);
-  H5Fclose(file);
+}
+
+__attribute__((noinline)) void RawSet(RawDatabase& db, const std::vector<int>& sample) {
+  RawWriter w(db.file);
+  for (int i : sample) {
+    w.WriteMembers(db.elements[static_cast<size_t>(i)], SystemBytes(NewName(i)));
+    w.Flush();
+  }
+}
+
+void RawClose(RawDatabase& db) {
+  for (hid_t g : db.elements) H5Gclose(g);
+  H5Gclose(db.repository);
+  for (hid_t g : db.path) H5Gclose(g);
+  H5Fclose(db.file);
+}
+
+BuildTimes RawBuild(const std::string& path, int systems) {
+  BuildTimes t;
+  RawDatabase db = RawSetUp(path);
+  t.add = bench::BestOf(1, [&] { RawAdd(db, systems); });
+  std::vector<int> sample = SetterSample(systems);
+  t.set = bench::BestOf(1, [&] { RawSet(db, sample); });
+  t.close = bench::BestOf(1, [&] { RawClose(db); });
+  return t;
 }
 
 // An object group opened the way a lazy load does: probed, opened, its class read.
@@ -292,7 +434,7 @@ hid_t RawOpenObject(hid_t parent, const char* name, bool probe) {
   return g;
 }
 
-long long RawReadMembers(hid_t group) {
+std::vector<unsigned char> RawReadMembers(hid_t group) {
   hid_t d = H5Dopen2(group, "#simpleTypeMembers", H5P_DEFAULT);
   hid_t space = H5Dget_space(d);
   hsize_t n = 0, start = 0;
@@ -304,19 +446,19 @@ long long RawReadMembers(hid_t group) {
   H5Sclose(memory);
   H5Sclose(space);
   H5Dclose(d);
-  return static_cast<long long>(n) + bytes[n - 1];
+  return bytes;
 }
 
-// Opens the file and the groups down to the systems repository; `visit`
-// gets the repository and its size.
+// Opens the file and the groups down to the systems repository as the
+// library does (the service's group probed, the sim, each sub-object probed
+// and its class read, no members: reaching the systems needs none);
+// `visit` gets the repository and its size.
 template <class Visit>
 long long RawOpen(const std::string& path, Visit visit) {
   hid_t file = H5Fopen(path.c_str(), H5F_ACC_RDONLY, g_access);
   Check(file >= 0, "H5Fopen");
-  hid_t service = H5Gopen2(file, "QELSim", H5P_DEFAULT);
-  hid_t collections = H5Gopen2(service, "collections", H5P_DEFAULT);
-  hid_t distributions = H5Gopen2(service, "distributions", H5P_DEFAULT);
-  hid_t sim = H5Gopen2(file, "sim", H5P_DEFAULT);
+  Check(H5Lexists(file, "QELSim", H5P_DEFAULT) == 0, "no service group");
+  hid_t sim = RawOpenObject(file, "sim", false);
   hid_t model = RawOpenObject(sim, "discreteModel", true);
   hid_t mesh = RawOpenObject(model, "mesh", true);
   hid_t repository = H5Gopen2(mesh, "systems", H5P_DEFAULT);
@@ -325,142 +467,312 @@ long long RawOpen(const std::string& path, Visit visit) {
   H5Aread(a, H5T_NATIVE_INT, &size);
   H5Aclose(a);
   long long sum = visit(repository, size);
-  for (hid_t g : {repository, mesh, model, sim, distributions, collections, service}) H5Gclose(g);
+  for (hid_t g : {repository, mesh, model, sim}) H5Gclose(g);
   H5Fclose(file);
   return sum;
 }
 
-// Reads one system; its group is closed at once, or, like a loaded object's
-// group in the library, kept open in `kept` until the file is closed.
-long long RawReadSystem(hid_t repository, int index, std::vector<hid_t>* kept = nullptr) {
+// Reads one system; its group stays open in `kept` until the file closes,
+// like a loaded object's group in the library.
+long long RawReadSystem(hid_t repository, int index, std::vector<hid_t>* kept) {
   hid_t g = RawOpenObject(repository, std::to_string(index).c_str(), false);
-  long long sum = RawReadMembers(g);
-  if (kept != nullptr) {
-    kept->push_back(g);
-  } else {
-    H5Gclose(g);
-  }
+  std::vector<unsigned char> bytes = RawReadMembers(g);
+  kept->push_back(g);
+  return static_cast<long long>(bytes.size()) + bytes.back();
+}
+
+long long RawOpenAndRead(const std::string& path, int index, OpenTimes* best) {
+  auto start = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point opened, read;
+  long long sum = RawOpen(path, [&](hid_t repository, int size) {
+    opened = std::chrono::steady_clock::now();
+    std::vector<hid_t> kept;
+    long long s = RawReadSystem(repository, index, &kept) + size;
+    read = std::chrono::steady_clock::now();
+    for (hid_t g : kept) H5Gclose(g);
+    return s;
+  });
+  best->open = std::min(best->open, std::chrono::duration<double>(opened - start).count());
+  best->first = std::min(best->first, std::chrono::duration<double>(read - opened).count());
   return sum;
 }
 
-long long RawReadOne(const std::string& path, int index) {
-  return RawOpen(path, [index](hid_t repository, int) { return RawReadSystem(repository, index); });
-}
-
-long long RawReadAll(const std::string& path, bool keepOpen) {
-  return RawOpen(path, [keepOpen](hid_t repository, int size) {
+long long RawWalk(const std::string& path) {
+  return RawOpen(path, [](hid_t repository, int size) {
     std::vector<hid_t> kept;
     long long sum = 0;
-    for (int i = 0; i < size; ++i) sum += RawReadSystem(repository, i, keepOpen ? &kept : nullptr);
+    for (int i = 0; i < size; ++i) sum += RawReadSystem(repository, i, &kept);
     for (hid_t g : kept) H5Gclose(g);
     return sum;
   });
 }
 
-// Best times of `raw` and `library`, run alternately so that both see the
-// same disturbances of a shared machine.
+// Best times of `raw` and `library`, run alternately.
 template <class Raw, class Library>
 void Alternately(int runs, Raw raw, Library library, double* rawBest, double* libraryBest) {
-  *rawBest = 1e300;
-  *libraryBest = 1e300;
   for (int i = 0; i < runs; ++i) {
     *rawBest = std::min(*rawBest, bench::BestOf(1, raw));
     *libraryBest = std::min(*libraryBest, bench::BestOf(1, library));
   }
 }
 
-void Fresh(const std::string& path) {
-  std::remove(path.c_str());
+// The library writes what the C API writes: same members bytes, same sizes.
+// (Systems 0 and count - 1: both renamed when all are, else only the first.)
+void CheckSameBytes(const std::string& library, int count) {
+  Check(ReadMembersOf(library, "sim/discreteModel").size() == kModelBytes &&
+            ReadMembersOf(library, "sim/discreteModel/mesh").size() == kMeshBytes,
+        "model and mesh streams of the expected sizes");
+  const std::string systems = "sim/discreteModel/mesh/systems/";
+  Check(ReadMembersOf(library, systems + "0") == SystemBytes(NewName(0)) &&
+            ReadMembersOf(library, systems + std::to_string(count - 1)) ==
+                SystemBytes(count > 1000 ? SystemName(count - 1) : NewName(count - 1)),
+        "the same members bytes");
+}
+
+std::string Thousands(long long n) {
+  std::string digits = std::to_string(n), out;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+    out += digits[i];
+  }
+  return out;
+}
+
+// Figures of one size, per system (seconds), for the growth rows.
+struct SizeFigures {
+  int systems = 0;
+  double libraryAdd = 0, rawAdd = 0;
+  OpenTimes libraryOpen, rawOpen;
+};
+
+SizeFigures MeasureSize(int systems, const OpenTimes& libraryOpen100) {
+  // Large sizes take long: fewer runs (the figure is a mean over many systems).
+  const int runs = systems >= 100000 ? bench::Runs(1) : bench::Runs(3);
+  std::string raw = FileName("raw", systems), library = FileName("library", systems);
+  BuildTimes rawBuild, libraryBuild;
+  for (int r = 0; r < runs; ++r) {
+    Fresh(raw);
+    rawBuild.Keep(RawBuild(raw, systems));
+    Fresh(library);
+    libraryBuild.Keep(LibraryBuild(library, systems));
+  }
+  CheckSameBytes(library, systems);
+  const double sampled = static_cast<double>(SetterSample(systems).size());
+
+  SizeFigures f;
+  f.systems = systems;
+  f.libraryAdd = libraryBuild.add / systems;
+  f.rawAdd = rawBuild.add / systems;
+  long long sum = 0;
+  for (int r = 0; r < 10 * runs; ++r) {
+    sum += RawOpenAndRead(raw, systems / 2, &f.rawOpen);
+    sum += LibraryOpenAndRead(library, systems / 2, &f.libraryOpen);
+  }
+  double rawWalk = 1e300, libraryWalk = 1e300;
+  Alternately(
+      runs, [&] { sum += RawWalk(raw); }, [&] { sum += LibraryWalk(library); }, &rawWalk,
+      &libraryWalk);
+  bench::Keep(sum);
+
+  const std::string size = Thousands(systems) + " systems";
+  bench::Header(("a mesh of " + size + " (per item: per system)").c_str(), size.c_str());
+  bench::BaselineRow("HDF5 C API: create + commit", rawBuild.add, systems);
+  bench::Row("create + commit a system", libraryBuild.add, systems, rawBuild.add, 1.2);
+  bench::BaselineRow("HDF5 C API: setter commit", rawBuild.set, sampled);
+  bench::Row("setter commit", libraryBuild.set, sampled, rawBuild.set);
+  bench::BaselineRow("HDF5 C API: close", rawBuild.close, systems);
+  bench::Row("close (per system)", libraryBuild.close, systems, rawBuild.close);
+  bench::BaselineRow("HDF5 C API: reopen", f.rawOpen.open, 1);
+  bench::Row("reopen (per database)", f.libraryOpen.open, 1, f.rawOpen.open);
+  bench::BaselineRow("HDF5 C API: first access", f.rawOpen.first, 1);
+  bench::Row("first access (one system)", f.libraryOpen.first, 1, f.rawOpen.first);
+  bench::BaselineRow("HDF5 C API: full walk", rawWalk, systems);
+  bench::Row("full walk", libraryWalk, systems, rawWalk, 1.15);
+  bench::Against("HDF5 C API, same objects");
+  bench::BytesRow("file size per system", static_cast<double>(FileSize(library)) / systems,
+                  static_cast<double>(FileSize(raw)) / systems, 2048);
+  bench::Against("library, 100 systems");
+  bench::Row("reopen + first access", f.libraryOpen.Sum(), 1, libraryOpen100.Sum(),
+             systems >= 100000 ? 1.2 : 0);
+  Fresh(raw);
+  Fresh(library);
+  return f;
+}
+
+// How create + commit grows from 1,000 systems, for the library and the C API.
+void GrowthRows(const SizeFigures& small, const SizeFigures& large) {
+  const std::string base = Thousands(small.systems) + " systems";
+  bench::Header(("growth from " + base).c_str(), (Thousands(large.systems) + " systems").c_str());
+  bench::Against("library, " + base);
+  bench::PerItemRow("create + commit a system, growth", large.libraryAdd * 1e9,
+                    small.libraryAdd * 1e9, large.systems >= 100000 ? 1.2 : 0);
+  bench::Against("HDF5 C API, " + base);
+  bench::PerItemRow("HDF5 C API: create + commit, growth", large.rawAdd * 1e9, small.rawAdd * 1e9);
+}
+
+// --- a record with a large map ------------------------------------------------
+
+const int kMapEntries = 100000;
+
+ada_MapInt<QELSimDistributionID> LargeMap(int c) {
+  ada_MapInt<QELSimDistributionID> map;
+  for (int k = 0; k < kMapEntries; ++k) {
+    map.insert(k * 7, QELSimDistributionID(c, static_cast<uint32_t>(1000 + k)));
+  }
+  return map;
+}
+
+// The minimal encoder: the same bytes as the library's stream for a system
+// whose distributions map is `map`, written straight into one buffer.
+// (The user distributions keep the two entries every system is made with.)
+std::vector<unsigned char> LargeRecordBytes(const std::string& name,
+                                            const ada_MapInt<QELSimDistributionID>& map) {
+  std::vector<std::pair<int, unsigned>> numbered;
+  numbered.reserve(static_cast<size_t>(map.count()));
+  ada_MapIntIterator<QELSimDistributionID> it(map);
+  for (it.first(); !it.isDone(); it.next()) {
+    numbered.emplace_back(it.key(), it.value().DistributionMinor());
+  }
+  return RecordBytes(name, numbered);
+}
+
+// The minimal decoder of those bytes into the same map type (the two user
+// distributions left aside).
+long long DecodeLargeRecord(const std::vector<unsigned char>& bytes, int c) {
+  size_t p = 4;
+  auto word = [&]() {
+    unsigned v = 0;
+    for (int i = 0; i < 4; ++i) v |= unsigned(bytes[p + static_cast<size_t>(i)]) << (8 * i);
+    p += 4;
+    return static_cast<int>(v);
+  };
+  p += 6;
+  p += static_cast<size_t>(word());  // name
+  p += 6 + 16 + 6 + 16 + 6;          // two identifiers, the map's record
+  int n = word();
+  ada_MapInt<QELSimDistributionID> map;
+  for (int k = 0; k < n; ++k) {
+    int key = word();
+    p += 12;
+    map.insert(key, QELSimDistributionID(c, static_cast<uint32_t>(word())));
+  }
+  return map.count();
+}
+
+void LargeMapRows() {
+  std::string raw = FileName("raw_map", kMapEntries),
+              library = FileName("library_map", kMapEntries);
+  const int runs = bench::Runs(3);
+  double rawSet = 1e300, librarySet = 1e300, rawLoad = 1e300, libraryLoad = 1e300;
+  long long sum = 0;
+  for (int r = 0; r < runs; ++r) {
+    Fresh(raw);
+    Fresh(library);
+    {
+      RawDatabase db = RawSetUp(raw);
+      RawAdd(db, 1);
+      RawWriter w(db.file);
+      const int c = 1;  // the raw file has no service: any context does
+      ada_MapInt<QELSimDistributionID> map = LargeMap(c);
+      rawSet = std::min(rawSet, bench::BestOf(1, [&] {
+                          w.WriteMembers(db.elements[0], LargeRecordBytes(SystemName(0), map));
+                          w.Flush();
+                        }));
+      RawClose(db);
+    }
+    {
+      msfD_Root root(0);
+      msfD_Sim sim = root.createSim(library.c_str(), "", 0);
+      const int c = sim.distributionService().Context().Number();
+      auto array = LibraryMesh(sim);
+      LibraryAdd(array, c, 1);
+      ada_MapInt<QELSimDistributionID> map = LargeMap(c);
+      fesD_FESystem system = array.get(0);
+      librarySet = std::min(librarySet, bench::BestOf(1, [&] { system.Distributions(map); }));
+      root.closeSim(sim);
+    }
+    rawLoad = std::min(rawLoad, bench::BestOf(1, [&] {
+                         sum += RawOpen(raw, [](hid_t repository, int) {
+                           std::vector<hid_t> kept;
+                           hid_t g = RawOpenObject(repository, "0", false);
+                           kept.push_back(g);
+                           long long n = DecodeLargeRecord(RawReadMembers(g), 1);
+                           H5Gclose(g);
+                           return n;
+                         });
+                       }));
+    libraryLoad =
+        std::min(libraryLoad, bench::BestOf(1, [&] {
+                   msfD_Root root(0);
+                   msfD_Sim sim = root.openSimReadOnly(library.c_str(), "", 0);
+                   sum += sim.discreteModel().mesh().systems().get(0).distributions().count();
+                 }));
+  }
+  Check(ReadMembersOf(library, "sim/discreteModel/mesh/systems/0") ==
+            ReadMembersOf(raw, "sim/discreteModel/mesh/systems/0"),
+        "the same large record");
+  bench::Keep(sum);
+  bench::Header("a record with a map of 100,000 entries (per item: per entry)", "100,000 entries");
+  bench::BaselineRow("minimal encoder + HDF5 C API: commit", rawSet, kMapEntries);
+  bench::Row("commit a record with a large map", librarySet, kMapEntries, rawSet);
+  bench::BaselineRow("HDF5 C API + minimal decoder: reopen, load", rawLoad, kMapEntries);
+  bench::Row("reopen and load a record with a large map", libraryLoad, kMapEntries, rawLoad);
+  Fresh(raw);
+  Fresh(library);
+}
+
+std::vector<int> ParseSizes(const char* text) {
+  std::vector<int> sizes;
+  for (const char* p = text; *p != '\0';) {
+    char* end = nullptr;
+    long n = std::strtol(p, &end, 10);
+    if (end == p || n < 1000 || n > 10000000) return {};
+    sizes.push_back(static_cast<int>(n));
+    p = *end == ',' ? end + 1 : end;
+    if (*end != ',' && *end != '\0') return {};
+  }
+  return sizes;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int systems = argc > 1 ? std::atoi(argv[1]) : 10000;
+  std::vector<int> sizes = ParseSizes(argc > 1 ? argv[1] : "1000,10000,100000");
   if (argc > 2) g_directory = argv[2];
-  if (systems < 100) {
-    std::fprintf(stderr, "usage: database_bench [systems (at least 100) [directory]]\n");
+  if (sizes.empty()) {
+    std::fprintf(stderr,
+                 "usage: database_bench [sizes (comma-separated, each 1000 to 10000000) "
+                 "[directory]]\n");
     return 2;
   }
   int count = 0;
   DDB_PDM_Core_initialize(count);
   hdf_Quiet();
-  hid_t access = H5Pcreate(H5P_FILE_ACCESS);
-  Check(hdf_File::ConfigureAccess(access), "ConfigureAccess");
-  g_access = access;
-  const int runs = bench::Runs(3);
+  g_access = H5Pcreate(H5P_FILE_ACCESS);
+  g_creation = H5Pcreate(H5P_FILE_CREATE);
+  Check(hdf_File::ConfigureAccess(g_access) && hdf_File::ConfigureCreation(g_creation),
+        "the wrapper's file settings");
+
+  // The reference for reopen + first access: a database of 100 systems.
   const int small = 100;
-  std::string raw = FileName("raw", systems), library = FileName("library", systems);
-  std::string rawSmall = FileName("raw", small), librarySmall = FileName("library", small);
-
-  std::printf("a mesh of %d FE systems, each with 4 distributions in its maps", systems);
-  double rawCreate = 0, libraryCreate = 0;
-  Alternately(
-      runs, [&] { Fresh(raw), RawCreate(raw, systems, true); },
-      [&] { Fresh(library), LibraryCreate(library, systems); }, &rawCreate, &libraryCreate);
-  bench::Header("creating, committing and closing (per item = per system)");
-  bench::Row("HDF5 C API, same objects and flushes", rawCreate, systems, rawCreate);
-  bench::Row("library", libraryCreate, systems, rawCreate);
-
-  // The same bytes on both sides, or the comparison would mean nothing.
-  Check(MembersSize(library, "sim/discreteModel") == kModelBytes &&
-            MembersSize(library, "sim/discreteModel/mesh") == kMeshBytes,
-        "model and mesh streams of the expected sizes");
-  {
-    hid_t f = H5Fopen(library.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
-    hid_t d = H5Dopen2(f, "sim/discreteModel/mesh/systems/7/#simpleTypeMembers", H5P_DEFAULT);
-    std::vector<unsigned char> stored(SystemBytes(7).size() + 1);
-    hid_t s = H5Dget_space(d);
-    Check(H5Sget_simple_extent_npoints(s) == static_cast<hssize_t>(stored.size() - 1), "same size");
-    H5Dread(d, H5T_NATIVE_UCHAR, H5S_ALL, H5S_ALL, H5P_DEFAULT, stored.data());
-    stored.pop_back();
-    Check(stored == SystemBytes(7), "the same members bytes");
-    H5Sclose(s);
-    H5Dclose(d);
-    H5Fclose(f);
+  std::string library100 = FileName("library", small);
+  Fresh(library100);
+  LibraryBuild(library100, small);
+  OpenTimes libraryOpen100;
+  long long sum = 0;
+  for (int r = 0; r < 30 * bench::Runs(3); ++r) {
+    sum += LibraryOpenAndRead(library100, small / 2, &libraryOpen100);
   }
+  bench::Keep(sum);
+  Fresh(library100);
 
-  long long rawSum = 0, librarySum = 0;
-  double rawAll = 0, libraryAll = 0;
-  Alternately(
-      runs, [&] { rawSum = RawReadAll(raw, false); }, [&] { librarySum = LibraryReadAll(library); },
-      &rawAll, &libraryAll);
-  // How much of the difference is the library keeping every loaded object's
-  // group open (an object needs it for its later saves and sub-objects).
-  double rawKept = bench::BestOf(runs, [&] { rawSum += RawReadAll(raw, true); });
-  bench::Header("reopening and reading every system (per item = per system)");
-  bench::Row("HDF5 C API", rawAll, systems, rawAll);
-  bench::Row("library", libraryAll, systems, rawAll);
-  bench::Row("HDF5 C API, groups kept open (for information)", rawKept, systems, rawAll);
+  std::vector<SizeFigures> figures;
+  for (int systems : sizes) figures.push_back(MeasureSize(systems, libraryOpen100));
+  for (size_t k = 1; k < figures.size(); ++k) GrowthRows(figures[0], figures[k]);
+  LargeMapRows();
 
-  Fresh(rawSmall);
-  Fresh(librarySmall);
-  RawCreate(rawSmall, small, true);
-  LibraryCreate(librarySmall, small);
-  double rawOne[2], libraryOne[2];
-  const std::string* rawFiles[2] = {&rawSmall, &raw};
-  const std::string* libraryFiles[2] = {&librarySmall, &library};
-  const int sizes[2] = {small, systems};
-  for (int k = 0; k < 2; ++k) {
-    int middle = sizes[k] / 2;
-    Alternately(
-        20 * runs, [&] { rawSum += RawReadOne(*rawFiles[k], middle); },
-        [&] { librarySum += LibraryReadOne(*libraryFiles[k], middle); }, &rawOne[k],
-        &libraryOne[k]);
-  }
-  bench::Header("reopening and reading one system (ratio: to the C API at the same size)");
-  for (int k = 0; k < 2; ++k) {
-    std::string n = std::to_string(sizes[k]);
-    bench::Row(("HDF5 C API, " + n + " systems").c_str(), rawOne[k], 1, rawOne[k]);
-    bench::Row(("library, " + n + " systems").c_str(), libraryOne[k], 1, rawOne[k]);
-  }
-  bench::Row(("library, " + std::to_string(systems) + " (ratio: to 100 systems)").c_str(),
-             libraryOne[1], 1, libraryOne[0]);
-
-  bench::Keep(rawSum);
-  bench::Keep(librarySum);
-  for (const std::string* f : {&raw, &library, &rawSmall, &librarySmall}) Fresh(*f);
-  H5Pclose(access);
+  H5Pclose(g_creation);
+  H5Pclose(g_access);
   DDB_PDM_Core_finalize(count);
   return 0;
 }

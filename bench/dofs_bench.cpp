@@ -14,8 +14,8 @@
 
 #include "bench_util.h"
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
-#include "platform/service/QELSimService.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimService.h"
 #include "support/fe_deck.h"
 
 namespace {
@@ -159,14 +159,14 @@ void Measure(const char* title, const std::vector<int>& masks, int runs, int rep
   const double baseline = timer.baseline();
   char name[96];
   std::snprintf(name, sizeof name, "%s: %d nodes, %d DOFs", title, nodes, dofs);
-  bench::Header(name);
-  bench::Row("baseline: read masks, write one int per DOF", baseline, dofs, baseline);
-  bench::Row("construction (target 4x)", construct, dofs, baseline);
-  bench::Row("SetupSolverDofs, array form (target 2x)", fromArray, dofs, baseline);
-  bench::Row("SetupSolverDofs, ordered-set form (file)", fromSet, dofs, baseline);
-  bench::Row("SetupSolverDofs, node-mask form (target 2x)", fromNodeMasks, dofs, baseline);
-  bench::Row("MappingToSolverDofs (target 2x)", mappingTime, dofs, baseline);
-  bench::Row("NodeDofFromSolverDof, all DOFs (target 2x)", decodeTime, dofs, baseline);
+  bench::Header(name, title);
+  bench::BaselineRow("DOFs: minimal pass (read masks, write one int per DOF)", baseline, dofs);
+  bench::Row("DOFs: construction", construct, dofs, baseline, 4);
+  bench::Row("DOFs: SetupSolverDofs, array form", fromArray, dofs, baseline, 2);
+  bench::Row("DOFs: SetupSolverDofs, ordered-set form (file)", fromSet, dofs, baseline);
+  bench::Row("DOFs: SetupSolverDofs, node-mask form", fromNodeMasks, dofs, baseline, 2);
+  bench::Row("DOFs: MappingToSolverDofs", mappingTime, dofs, baseline, 2);
+  bench::Row("DOFs: NodeDofFromSolverDof, all DOFs", decodeTime, dofs, baseline, 2);
   std::printf("%-44s %12.1f\n", "memory [bytes per DOF]", BytesPerDof(numbering));
 }
 

@@ -18,8 +18,8 @@
 #include "bench_util.h"
 #include "fes/fes.h"
 #include "frame/DDB_PDM_Core_startup.h"
-#include "platform/service/QELSimService.h"
 #include "platform/hdf/hdf.h"
+#include "platform/service/QELSimService.h"
 #include "sim_schema/sim_schema.h"
 
 namespace {
@@ -61,7 +61,7 @@ Times Run(int systems, int option) {
 
 // Best of `runs` for each of two configurations, alternating.
 void Compare(const char* title, int systems, int runs, int option, bool baselineJournal,
-             int baselineOption, const char* baselineName, const char* name) {
+             int baselineOption, const char* baselineName, const char* name, double target) {
   Times best{1e300, 1e300}, base{1e300, 1e300};
   for (int r = 0; r < runs; ++r) {
     hdf_File::SetJournaling(baselineJournal);
@@ -71,15 +71,15 @@ void Compare(const char* title, int systems, int runs, int option, bool baseline
     base = {std::min(base.add, b.add), std::min(base.set, b.set)};
     best = {std::min(best.add, t.add), std::min(best.set, t.set)};
   }
-  bench::Header(title);
+  bench::Header(title, (std::to_string(systems) + " FE systems").c_str());
   std::string row = std::string(baselineName) + ": add a system";
-  bench::Row(row.c_str(), base.add, systems, base.add);
-  row = std::string(name) + ": add a system (target 1.3x)";
-  bench::Row(row.c_str(), best.add, systems, base.add);
+  bench::BaselineRow(row.c_str(), base.add, systems);
+  row = std::string(name) + ": add a system";
+  bench::Row(row.c_str(), best.add, systems, base.add, target);
   row = std::string(baselineName) + ": setter commit";
-  bench::Row(row.c_str(), base.set, systems, base.set);
-  row = std::string(name) + ": setter commit (target 1.3x)";
-  bench::Row(row.c_str(), best.set, systems, base.set);
+  bench::BaselineRow(row.c_str(), base.set, systems);
+  row = std::string(name) + ": setter commit";
+  bench::Row(row.c_str(), best.set, systems, base.set, target);
 }
 
 }  // namespace
@@ -93,10 +93,10 @@ int main(int argc, char** argv) {
   std::printf("journal_bench: %d FE systems, best of %d runs (target: journal at most 1.3x)\n",
               systems, runs);
   Compare("The journal against HDF5's POSIX driver, same flushes", systems, runs, 0, false, 0,
-          "POSIX driver", "journal");
+          "POSIX driver", "journal", 1.3);
   int synced = std::max(1, systems / 50);
   Compare("SyncCommits: two disk syncs per commit", synced, runs, QELSimManager::SyncCommits, true,
-          0, "journal", "journal + SyncCommits");
+          0, "journal", "journal + SyncCommits", 0);
   DDB_PDM_Core_finalize(count);
   return 0;
 }

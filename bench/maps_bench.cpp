@@ -97,8 +97,9 @@ Pair Duel(int runs, Reset reset, Base base, Ours ours) {
 }
 
 template <class StdKey, class Side>
-void Compare(const char* title, const char* ourName, int runs, const std::vector<StdKey>& stdKeys,
-             const std::vector<StdKey>& stdAbsent, const std::vector<typename Side::Key>& keys,
+void Compare(const char* title, const char* size, const char* ourName, int runs,
+             const std::vector<StdKey>& stdKeys, const std::vector<StdKey>& stdAbsent,
+             const std::vector<typename Side::Key>& keys,
              const std::vector<typename Side::Key>& absent) {
   StdSide<StdKey> base;
   Side ours;
@@ -132,12 +133,12 @@ void Compare(const char* title, const char* ourName, int runs, const std::vector
               {"lookup, not found", miss},
               {"ordered walk", walk},
               {"remove", remove}};
-  bench::Header(title);
+  bench::Header(title, size);
   char name[96];
   double n = static_cast<double>(keys.size());
   for (const Row& r : rows) {
     std::snprintf(name, sizeof name, "std::map %s", r.what);
-    bench::Row(name, r.p.base, n, r.p.base);
+    bench::BaselineRow(name, r.p.base, n);
     std::snprintf(name, sizeof name, "%s %s", ourName, r.what);
     bench::Row(name, r.p.ours, n, r.p.base);
   }
@@ -165,16 +166,16 @@ int main() {
   for (const std::string& t : texts) keys.push_back(ada_string(t.c_str()));
   for (const std::string& t : textsAbsent) keysAbsent.push_back(ada_string(t.c_str()));
   Compare<std::string, OurSide<ada_MapString<int>, ada_MapStringIterator<int>, ada_string>>(
-      "200k random 16-byte string keys (baseline: std::map<std::string, int>)", "ada_MapString",
-      runs, texts, textsAbsent, keys, keysAbsent);
+      "200k random 16-byte string keys (baseline: std::map<std::string, int>)", "200k string keys",
+      "ada_MapString", runs, texts, textsAbsent, keys, keysAbsent);
 
   std::vector<int> ints, intsAbsent;
   MakeKeys<int>(
       1000 * 1000, [](std::mt19937_64& r) { return static_cast<int>(r() >> 33); }, &ints,
       &intsAbsent);
   Compare<int, OurSide<ada_MapInt<int>, ada_MapIntIterator<int>, int>>(
-      "1M random int keys (baseline: std::map<int, int>)", "ada_MapInt", runs, ints, intsAbsent,
-      ints, intsAbsent);
+      "1M random int keys (baseline: std::map<int, int>)", "1M int keys", "ada_MapInt", runs, ints,
+      intsAbsent, ints, intsAbsent);
 
   return 0;
 }

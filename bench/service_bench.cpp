@@ -229,9 +229,11 @@ int main(int argc, char** argv) {
   Alternately(
       runs, [&] { fresh(raw), RawWrite(raw, sample, true); },
       [&] { fresh(service), ServiceWrite(service, sample); }, &rawWrite, &serviceWrite);
-  bench::Header("writing, flushed after every call (per item = per collection)");
-  bench::Row("HDF5 C API, same objects, flushes, cache", rawWrite.wall, items, rawWrite.wall);
-  bench::Row("service", serviceWrite.wall, items, rawWrite.wall);
+  const std::string size = std::to_string(g_collections) + " x " + std::to_string(g_members);
+  bench::Header("writing, flushed after every call (per item = per collection)", size.c_str());
+  bench::BaselineRow("HDF5 C API, same objects, flushes, cache", rawWrite.wall, items);
+  bench::Row("service: write a collection, set, distribution", serviceWrite.wall, items,
+             rawWrite.wall);
   // Why the wrapper sets a small metadata cache: HDF5 walks the whole cache at
   // every flush. One run, for information (slow at full size).
   g_access = H5P_DEFAULT;
@@ -240,7 +242,7 @@ int main(int argc, char** argv) {
   g_access = access;
   fresh(raw);
   RawWrite(raw, sample, true);
-  bench::Row("HDF5 C API, HDF5's default metadata cache", defaultCache, items, rawWrite.wall);
+  bench::InfoRow("HDF5 C API, HDF5's default metadata cache", defaultCache, items, rawWrite.wall);
 
   // Reading is quick: more runs steady it. The last row reads the C API's
   // file through the service, which separates the code from the file layout.
@@ -254,10 +256,11 @@ int main(int argc, char** argv) {
       readRuns, [&] { rawSum = RawRead(raw); }, [&] { crossSum = ServiceRead(raw); }, &rawRead,
       &crossRead);
   Check(rawSum == serviceSum && rawSum == crossSum, "reading back the same values");
-  bench::Header("reading every distribution back after reopening");
-  bench::Row("HDF5 C API", rawRead.wall, items, rawRead.wall);
-  bench::Row("service", serviceRead.wall, items, rawRead.wall);
-  bench::Row("service, reading the C API's file", crossRead.wall, items, rawRead.wall);
+  bench::Header("reading every distribution back after reopening", size.c_str());
+  bench::BaselineRow("HDF5 C API, same reads", rawRead.wall, items);
+  bench::Row("service: read a distribution back", serviceRead.wall, items, rawRead.wall);
+  bench::Row("service: read a distribution of the C API's file", crossRead.wall, items,
+             rawRead.wall);
 
   Best rawUnflushed, serviceUnflushed;
   hdf_File::SetFlushAfterWrites(false);
@@ -265,19 +268,19 @@ int main(int argc, char** argv) {
       runs, [&] { fresh(raw), RawWrite(raw, sample, false); },
       [&] { fresh(service), ServiceWrite(service, sample); }, &rawUnflushed, &serviceUnflushed);
   hdf_File::SetFlushAfterWrites(true);
-  bench::Header("the cost of flushing after every call (writing without flushes)");
-  bench::Row("HDF5 C API, no flushes", rawUnflushed.wall, items, rawUnflushed.wall);
-  bench::Row("service, no flushes", serviceUnflushed.wall, items, rawUnflushed.wall);
-  bench::Row("service, flushed (ratio: to service, no flushes)", serviceWrite.wall, items,
-             serviceUnflushed.wall);
+  bench::Header("the cost of flushing after every call (writing without flushes)", size.c_str());
+  bench::BaselineRow("HDF5 C API, no flushes", rawUnflushed.wall, items);
+  bench::Row("service: write, no flushes", serviceUnflushed.wall, items, rawUnflushed.wall);
+  bench::Against("service, no flushes");
+  bench::Row("service: write, flushed", serviceWrite.wall, items, serviceUnflushed.wall);
 
-  bench::Header("the same, process CPU time (steadier on a busy machine)");
-  bench::Row("writing flushed: HDF5 C API", rawWrite.cpu, items, rawWrite.cpu);
-  bench::Row("writing flushed: service", serviceWrite.cpu, items, rawWrite.cpu);
-  bench::Row("reading: HDF5 C API", rawRead.cpu, items, rawRead.cpu);
-  bench::Row("reading: service", serviceRead.cpu, items, rawRead.cpu);
-  bench::Row("writing unflushed: HDF5 C API", rawUnflushed.cpu, items, rawUnflushed.cpu);
-  bench::Row("writing unflushed: service", serviceUnflushed.cpu, items, rawUnflushed.cpu);
+  bench::Header("the same, process CPU time (steadier on a busy machine)", size.c_str());
+  bench::InfoRow("writing flushed: HDF5 C API", rawWrite.cpu, items, rawWrite.cpu);
+  bench::InfoRow("writing flushed: service", serviceWrite.cpu, items, rawWrite.cpu);
+  bench::InfoRow("reading: HDF5 C API", rawRead.cpu, items, rawRead.cpu);
+  bench::InfoRow("reading: service", serviceRead.cpu, items, rawRead.cpu);
+  bench::InfoRow("writing unflushed: HDF5 C API", rawUnflushed.cpu, items, rawUnflushed.cpu);
+  bench::InfoRow("writing unflushed: service", serviceUnflushed.cpu, items, rawUnflushed.cpu);
 
   std::remove(raw.c_str());
   std::remove(service.c_str());

@@ -22,8 +22,8 @@
 #include "persistence/gbb_Path.h"
 #include "persistence/gbb_TraverseContext.h"
 #include "platform/core/aio_ostream.h"
-#include "platform/hdf/hdf_File.h"
 #include "platform/core/mem.h"
+#include "platform/hdf/hdf_File.h"
 
 template <class T, class THolder, class TRepository, class TOwner>
 class gbb_ArrayImpl;
@@ -77,12 +77,11 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
         m_connected(true),
         m_path(parent, gbb_Root(), index),
         m_elements(0) {
-    // One pass of empty holders: opening an array must cost next to nothing
-    // whatever its size, since only the elements asked for are read.
-    THolder empty;
-    int n = m_repository.ReadSize();
-    m_elements.reserve(n);  // exactly n slots, not the growth rule of append
-    m_elements.append(empty, n);
+    // Empty holders are zero bytes: the slots come zeroed from the allocator,
+    // so that opening an array costs the same whatever its size, since only
+    // the elements asked for are read. Exactly n slots, not the growth rule
+    // of append.
+    m_elements.assignZeroed(m_repository.ReadSize());
   }
   // Elements are closed last first by the buffer's destructor.
   ~gbb_ArrayImpl() {}

@@ -101,6 +101,17 @@ class gbb_AutoArray {
     }
   }
 
+  // Makes an array that has no storage yet one of n empty slots, exactly n
+  // (like reserve(n)): for element types whose default value is all zero
+  // bytes (holders: no object, no flags). The block comes zeroed from the
+  // allocator, so that a large one costs nothing until its slots are used,
+  // and opening a stored array of a million elements touches none of them.
+  void assignZeroed(int n) {
+    if (n <= 0 || m_data != nullptr) return;
+    m_data = static_cast<T*>(mem_OperatorNewZeroedThrow(mem_ArraySize(n, sizeof(T))));
+    m_count = m_capacity = n;
+  }
+
   // Appends n plain values in one copy.
   void appendRange(const T* values, int n) {
     static_assert(std::is_trivially_copyable<T>::value, "only for plain values");

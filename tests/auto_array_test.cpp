@@ -157,6 +157,29 @@ TEST(AutoArray, AppendTakesTheHolderOverAndFillsTheRestEmpty) {
   EXPECT_EQ(Closed(), lastFirst);
 }
 
+// A stored array's slots: n empty holders in exactly n zeroed slots, one
+// block; an array that has storage already is left alone.
+TEST(AutoArray, AssignZeroedMakesEmptyHoldersInOneBlock) {
+  Closed().clear();
+  {
+    Holders a;
+    long long allocations = mem_GetStatistics().allocations;
+    a.assignZeroed(5);
+    EXPECT_EQ(mem_GetStatistics().allocations, allocations + 1);
+    ASSERT_EQ(a.count(), 5);
+    EXPECT_EQ(a.capacity(), 5);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(a[i].id(), -1);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(a[i].flags(), 0u);
+    a.assignZeroed(9);
+    EXPECT_EQ(a.count(), 5);
+
+    Holders none;
+    none.assignZeroed(0);
+    EXPECT_EQ(none.data(), nullptr);
+  }
+  EXPECT_TRUE(Closed().empty());
+}
+
 TEST(AutoArray, TruncateAndRemoveDestroyOnlyWhatTheyTake) {
   Closed().clear();
   Holders a;

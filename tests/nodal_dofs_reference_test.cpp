@@ -249,9 +249,9 @@ SolverReference SetupFromArray(fesD_NodalDofDefinition& def, const Reference& re
 }
 
 // The node-mask form: random node ranks (or none), a random part of each
-// node's labels.
+// node's labels (or all of them).
 SolverReference SetupFromNodeMasks(fesD_NodalDofDefinition& def, const Reference& ref, bool ranked,
-                                   int keptAcoustic, std::mt19937& rng) {
+                                   int keptAcoustic, std::mt19937& rng, bool whole = false) {
   const int nodes = def.NumberOfNodes();
   Ints nodeOrder(nodes);
   for (int i = 0; i < nodes; ++i) nodeOrder[i] = i;
@@ -259,7 +259,7 @@ SolverReference SetupFromNodeMasks(fesD_NodalDofDefinition& def, const Reference
   Ints rank(nodes), solverMasks(nodes);
   for (int k = 0; k < nodes; ++k) rank[nodeOrder[k]] = k + 1;
   for (int n = 0; n < nodes; ++n) {
-    solverMasks[n] = def.ActivityMasks()[n] & static_cast<int>(rng() & 0x7FFFFFFF);
+    solverMasks[n] = def.ActivityMasks()[n] & (whole ? -1 : static_cast<int>(rng() & 0x7FFFFFFF));
   }
   def.SetupSolverDofs(ranked ? rank.data() : nullptr, solverMasks.data());
   Ints part;
@@ -309,7 +309,10 @@ TEST(NodalDofsReference, RandomMasks) {
     SolverReference fromArray = SetupFromArray(def, ref, k, rng);
     CheckSolver(def, ref, fromArray, rng);
     CheckSolver(def, ref, SetupFromNodeMasks(def, ref, false, fromArray.acoustic, rng), rng);
-    CheckSolver(def, ref, SetupFromArray(def, ref, def.NumberOfDofs(), rng), rng);
+    SolverReference every = SetupFromArray(def, ref, def.NumberOfDofs(), rng);
+    CheckSolver(def, ref, every, rng);
+    // Every label of every node, over the table the partial orderings filled.
+    CheckSolver(def, ref, SetupFromNodeMasks(def, ref, true, every.acoustic, rng, true), rng);
 
     Ints prefix(k);
     for (int i = 0; i < k; ++i) prefix[i] = i;

@@ -39,6 +39,13 @@ void* mem_OperatorNewThrowBuiltin(size_t size) {
   return Allocate(size);
 }
 
+void* mem_OperatorNewZeroedThrow(size_t size) {
+  if (size > kMaxRequest) throw mem_Exhausted();
+  void* p = Checked(std::calloc(size == 0 ? 1 : size, 1));
+  ++g_stats.allocations;
+  return p;
+}
+
 void* mem_Realloc(void* pointer, size_t size) {
   if (pointer == nullptr) return Allocate(size);
   if (size > kMaxRequest) throw mem_Exhausted();

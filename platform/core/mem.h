@@ -24,6 +24,9 @@ DDB_API void* mem_OperatorNewThrow(size_t size);
 DDB_API void* mem_OperatorNewTinyThrow(size_t size);
 // Plain arrays and string buffers.
 DDB_API void* mem_OperatorNewThrowBuiltin(size_t size);
+// Plain arrays that start as zero bytes. A large block comes from the system
+// already zeroed and costs nothing until its pages are used.
+DDB_API void* mem_OperatorNewZeroedThrow(size_t size);
 // Growable buffers; a null pointer allocates. On failure the old block stays valid.
 DDB_API void* mem_Realloc(void* pointer, size_t size);
 // Releases any of the above; null is allowed.

@@ -60,9 +60,12 @@ class DDB_API hdf_File {
   // other HDF5 programs may see an older or a damaged state.
   static bool JournalPending(const char* name);
   // Gives a file access property list the settings every file of the wrapper
-  // is opened with (a small fixed metadata cache, see hdf_File.cpp), so that
-  // code using HDF5 directly can compare like with like.
+  // is opened with (a small fixed metadata cache, see hdf_File.cpp, and the
+  // journal while journaling is on), and a file creation property list those
+  // every file is created with, so that code using HDF5 directly can compare
+  // like with like.
   static bool ConfigureAccess(hid_t fileAccess);
+  static bool ConfigureCreation(hid_t fileCreation);
 
  private:
   hdf_Id m_id;

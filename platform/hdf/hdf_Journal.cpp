@@ -28,6 +28,10 @@ const uint64_t kMaxAddress = (uint64_t(1) << 63) - 1;
 const size_t kBufferLimit = size_t(1) << 20;
 // Copies out of the journal go through a buffer of at most this size.
 const size_t kCopyChunk = size_t(1) << 20;
+// Writes of this size or more over committed bytes are compared with them
+// (see WriteChanges), in granules of this size.
+const size_t kCompareFrom = 4096;
+const size_t kCompareGranule = 64;
 
 // The process's open journals (single-threaded, like the rest of the library).
 hdf_Journal* g_open = nullptr;
@@ -481,6 +485,40 @@ bool hdf_Journal::Write(uint64_t address, size_t size, const void* bytes) {
     return false;
   }
   if (size == 0) return true;
+  if (size >= kCompareFrom && size <= kBufferLimit && Unwritten(address, address + size)) {
+    return WriteChanges(address, size, static_cast<const unsigned char*>(bytes));
+  }
+  return WriteExtent(address, size, bytes);
+}
+
+bool hdf_Journal::Unwritten(uint64_t address, uint64_t end) const {
+  if (end > std::min(m_dbSize, m_cut)) return false;
+  auto it = m_overlay.upper_bound(address);
+  if (it != m_overlay.end() && it->first < end) return false;
+  return it == m_overlay.begin() || std::prev(it)->second.end <= address;
+}
+
+bool hdf_Journal::WriteChanges(uint64_t address, size_t size, const unsigned char* bytes) {
+  m_compare.resize(size);
+  if (!ReadAt(m_db, m_compare.data(), size, address)) return WriteExtent(address, size, bytes);
+  const unsigned char* old = m_compare.data();
+  auto same = [&](size_t at) {
+    return memcmp(bytes + at, old + at, std::min(kCompareGranule, size - at)) == 0;
+  };
+  for (size_t at = 0; at < size;) {
+    if (same(at)) {
+      at += kCompareGranule;
+      continue;
+    }
+    size_t start = at;
+    while (at < size && !same(at)) at += kCompareGranule;
+    size_t end = std::min(at, size);
+    if (!WriteExtent(address + start, end - start, bytes + start)) return false;
+  }
+  return true;
+}
+
+bool hdf_Journal::WriteExtent(uint64_t address, size_t size, const void* bytes) {
   if (m_spilled == 0 && m_buffer.empty()) Begin();
   uint64_t position = m_spilled + m_buffer.size();
   if (size >= kBufferLimit) {

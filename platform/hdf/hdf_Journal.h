@@ -112,6 +112,17 @@ class DDB_API hdf_Journal {
   bool ReadDatabase(uint64_t address, size_t size, unsigned char* bytes);
   void Begin();
   void Append(const void* bytes, size_t size);
+  // [address, end) reads from the database file as the last commit left it:
+  // below the cut, and not written since.
+  bool Unwritten(uint64_t address, uint64_t end) const;
+  // HDF5 writes a metadata block whole when any byte of it changed (the
+  // fractal heap's block of up to 64 KB for one new link), and a commit
+  // takes a crc of what was written and copies it twice (journal, file): a
+  // large write over unwritten committed bytes is compared with them, and
+  // only the runs of granules that differ become extents.
+  bool WriteChanges(uint64_t address, size_t size, const unsigned char* bytes);
+  // Puts [address, address + size) into the transaction.
+  bool WriteExtent(uint64_t address, size_t size, const void* bytes);
   bool Spill();
   void Overlay(uint64_t address, uint64_t end, uint64_t position);
   bool ResetJournal();
@@ -140,6 +151,7 @@ class DDB_API hdf_Journal {
   // [m_spilled, m_spilled + m_buffer.size()) in m_buffer.
   uint64_t m_spilled = 0;
   std::vector<unsigned char> m_buffer;
+  std::vector<unsigned char> m_compare;  // committed bytes under a large write
   uint32_t m_crc = 0;
   uint64_t m_sequence = 0;  // of the transaction in flight
 };

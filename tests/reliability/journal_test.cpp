@@ -210,6 +210,57 @@ TEST_F(Journal, ATransactionSpilledToTheJournalIsAsAtomicAsOneInMemory) {
          kSize, changes);
 }
 
+// HDF5 rewrites a whole metadata block for a small change (a 64 KB heap
+// block for one new link): a large write over committed bytes goes into the
+// transaction as the runs that differ, reads see every byte written, and a
+// kill between journal and file replays to the same bytes.
+TEST(JournalChanges, ALargeRewriteJournalsTheRunsThatDifferAndReplaysToTheSameBytes) {
+  ScratchDir dir;
+  const std::string path = dir.File("blocks.db"), journal = path + "-journal";
+  const size_t kBlock = 64 * 1024;
+  std::string first(kBlock, 'a'), second = first;
+  for (size_t at : {size_t{5}, size_t{4096}, size_t{40000}, kBlock - 1}) second[at] = 'b';
+  auto content = [&](hdf_Journal* j) {
+    std::string bytes(kBlock, '\0');
+    EXPECT_TRUE(j->Read(0, kBlock, &bytes[0]));
+    return bytes;
+  };
+  const char* reason = nullptr;
+  hdf_Journal* j = hdf_Journal::Open(path.c_str(), hdf_Journal::kCreateExclusive, false, &reason);
+  ASSERT_NE(j, nullptr) << reason;
+  ASSERT_TRUE(j->Write(0, kBlock, first.data()) && j->Commit());
+  ASSERT_TRUE(j->Write(0, kBlock, second.data()));
+  EXPECT_TRUE(content(j) == second);
+  ASSERT_TRUE(j->Commit());
+  EXPECT_TRUE(ReadWholeFile(path) == second);
+  // Written twice in one transaction, the second time back to what is committed.
+  ASSERT_TRUE(j->Write(0, kBlock, first.data()) && j->Write(0, kBlock, second.data()));
+  EXPECT_TRUE(content(j) == second);
+  ASSERT_TRUE(j->Write(0, kBlock, first.data()) && j->Commit());
+  EXPECT_TRUE(ReadWholeFile(path) == first);
+  ASSERT_TRUE(hdf_Journal::Release(j));
+
+  // Killed once the journal holds the commit (change 1), before the file changed.
+  ASSERT_EQ(RunToEnd([&] {
+              const char* why = nullptr;
+              hdf_Journal* w =
+                  hdf_Journal::Open(path.c_str(), hdf_Journal::kReadWrite, false, &why);
+              if (w == nullptr || !w->Write(0, kBlock, second.data())) _exit(1);
+              hdf_Journal::CrashAt(2, false);
+              w->Commit();
+              _exit(2);
+            }),
+            -1);
+  EXPECT_TRUE(ReadWholeFile(path) == first);
+  const size_t journaled = ReadWholeFile(journal).size();
+  EXPECT_LT(journaled, 1024u) << "four changed granules, not the 64 KB block";
+  j = hdf_Journal::Open(path.c_str(), hdf_Journal::kReadWrite, false, &reason);
+  ASSERT_NE(j, nullptr) << reason;
+  EXPECT_TRUE(ReadWholeFile(path) == second) << "replayed at the open";
+  ASSERT_TRUE(hdf_Journal::Release(j));
+  printf("a 64 KB rewrite with 4 changed bytes: a %zu-byte transaction\n", journaled);
+}
+
 TEST_F(Journal, ASecondProcessIsKeptOutEvenWithoutHdf5FileLocking) {
   setenv("HDF5_USE_FILE_LOCKING", "FALSE", 1);
   RunWorkload(

@@ -13,9 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/service/QELSimService.h"
 #include "platform/core/aio_ostream.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimService.h"
 
 namespace {
 
@@ -65,6 +65,170 @@ void CheckNodeCount(int numNodes) {
 }
 
 const char kInconsistentCount[] = "THE SOLVER AND FE MESH HAVE AN INCONSISTENT NUMBER OF DOFS.\n";
+
+// A bit set of `count` bits, all clear at first, from the suite allocator.
+// Setting bits in the order of an ordering: consecutive entries mostly fall
+// in one word (a node's DOFs, runs of nodes), so the word is loaded once
+// per run and stored at every entry (BitRun): no entry then waits for the
+// store of the one before, as `word |= bit` in memory would.
+class Bits {
+ public:
+  explicit Bits(int count)
+      : m_count(count),
+        m_words((static_cast<int64_t>(count) + 63) / 64),
+        m_bits(static_cast<uint64_t*>(
+            mem_OperatorNewThrowBuiltin(mem_ArraySize(m_words, sizeof(uint64_t))))) {
+    std::memset(m_bits, 0, static_cast<size_t>(m_words) * sizeof(uint64_t));
+  }
+  ~Bits() { mem_Free(m_bits); }
+  Bits(const Bits&) = delete;
+  Bits& operator=(const Bits&) = delete;
+
+  uint64_t* Data() { return m_bits; }
+  int64_t Words() const { return m_words; }
+  // The clear bits of word w that stand for one of the `count` bits.
+  uint64_t ClearBits(int64_t w) const {
+    uint64_t clear = ~m_bits[w];
+    const int64_t past = m_count - 64 * w;  // bits of this word in range
+    return past >= 64 ? clear : clear & ((uint64_t{1} << past) - 1);
+  }
+
+ private:
+  int m_count;
+  int64_t m_words;
+  uint64_t* m_bits;
+};
+
+// Sets bit i of `bits`; true when it was set before. `word` and `cached`
+// carry the current word's index and value from one call to the next.
+inline bool BitRun(uint64_t* bits, int i, int64_t& word, uint64_t& cached) {
+  const int64_t w = i >> 6;
+  if (w != word) {
+    word = w;
+    cached = bits[w];
+  }
+  const uint64_t bit = uint64_t{1} << (i & 63);
+  const bool was = (cached & bit) != 0;
+  cached |= bit;
+  bits[w] = cached;
+  return was;
+}
+
+// Writes first, first + 1, ..., first + count - 1 from out on, eight at a
+// time in two vector stores: there is room for kRunSlack ints past the end
+// of the ordering table, and the next run overwrites the excess.
+const int kRunSlack = 8;
+typedef int Int4 __attribute__((vector_size(16)));
+inline void WriteRun(int* out, int first, int count) {
+  const Int4 low = {0, 1, 2, 3}, high = {4, 5, 6, 7};
+  int j = 0;
+  do {  // count > 0
+    const Int4 a = low + (first + j), b = high + (first + j);
+    std::memcpy(out + j, &a, sizeof a);
+    std::memcpy(out + j + 4, &b, sizeof b);
+    j += 8;
+  } while (j < count);
+}
+
+// The main pass of the node-mask form (see SetupSolverDofs): node by node
+// in the solver's order (nodeAtRank, or index order), the system DOFs of
+// the labels the solver asks for, refusing labels a node lacks (whether or
+// not the mesh has them elsewhere: there is no system DOF to point at).
+// Nodes mostly repeat the mask of the node before, so a mask's DOF count
+// and first DOF id are worked out when it changes. Run is compiled once
+// with and once without a rank table.
+struct NodeMaskTake {
+  const int* nodeAtRank;
+  const int* solverMasks;
+  const int* meshMasks;
+  const int* labelToDofId;
+  const int* rows;
+  int64_t width;
+  int numNodes;
+  int* order;
+  int count = 0;
+  uint32_t solverLabelMask = 0;
+  bool leftOut = false;  // some node keeps DOFs from the solver
+
+  template <bool kRanked>
+  void Run() {
+    int c = 0;
+    uint32_t labels = 0;
+    bool partial = false;
+    uint32_t lastMask = 0;
+    int lastCount = 0, lastFirstId = 0;
+    for (int k = 0; k < numNodes; ++k) {
+      const int n = kRanked ? nodeAtRank[k] : k;
+      const uint32_t m = static_cast<uint32_t>(solverMasks[n]);
+      const uint32_t meshMask = static_cast<uint32_t>(meshMasks[n]);
+      if ((m & ~meshMask) != 0) {
+        AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
+                          solverMasks[n], meshMasks[n]);
+      }
+      const int* row = rows + width * n;
+      labels |= m;
+      if (m == meshMask) {
+        // All of the node's DOFs: consecutive system DOFs.
+        if (m == 0) continue;
+        if (m != lastMask) {
+          lastMask = m;
+          lastCount = CountLabels(m);
+          lastFirstId = labelToDofId[LowestLabel(m)];
+        }
+        WriteRun(order + c, row[lastFirstId], lastCount);
+        c += lastCount;
+      } else {
+        partial = true;
+        for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
+          order[c++] = row[labelToDofId[LowestLabel(rest)]];
+        }
+      }
+    }
+    count = c;
+    solverLabelMask = labels;
+    leftOut = partial;
+  }
+};
+
+// The copying pass of the array form (see SetupSolverDofs): copies the
+// ordering (given, or 0 .. count - 1 when null) into `order`, refuses
+// positions that are no system DOF, marks each in `marks`, and for a part
+// of the system DOFs collects the DOF ids in use and the acoustic DOFs
+// through the codes. Run is compiled once per case, so that the loop tests
+// neither per DOF.
+struct OrderingCopy {
+  const int* given;
+  int count, numDofs;
+  const int* codes;
+  int acousticDofId;
+  int* order;
+  uint64_t* marks;
+  uint32_t dofIdMask = 0;
+  int acoustic = 0;
+
+  template <bool kGiven, bool kPart>
+  void Run() {
+    int64_t word = -1;
+    uint64_t cached = 0;
+    uint32_t mask = 0;
+    int acousticDofs = 0;
+    for (int i = 0; i < count; ++i) {
+      const int s = kGiven ? given[i] : i;
+      if (static_cast<unsigned>(s) >= static_cast<unsigned>(numDofs)) {
+        AbortInconsistent("ATTEMPTED TO SET SOLVER DOF THAT IS NOT AN ACTIVE MESH DOF.\n");
+      }
+      order[i] = s;
+      BitRun(marks, s, word, cached);
+      if (kPart) {
+        const int dofId = codes[s] & 63;
+        mask |= 1u << dofId;
+        acousticDofs += dofId == acousticDofId;
+      }
+    }
+    dofIdMask = mask;
+    acoustic = acousticDofs;
+  }
+};
 
 }  // namespace
 
@@ -229,39 +393,29 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   // The table has room for the system DOFs only; a longer ordering cannot be
   // a permutation of them.
   if (numSolverDofs < 0 || numSolverDofs > m_numDofs) AbortInconsistent(kInconsistentCount);
-  mem_Free(m_solverToSystemId);
-  m_solverToSystemId = nullptr;
-  m_numSolverDofs = numSolverDofs;
-  m_solverToSystemId = NewInts(m_numDofs);
 
-  // One pass copies the ordering, refuses positions that are no system DOF
-  // before they are used as an index, marks the solver's DOFs, and collects
-  // the DOF ids in use and the number of acoustic ones. (Locals: the byte
-  // stores could alias any member and force reloads.)
+  // One pass (OrderingCopy) copies the ordering and marks the solver's DOFs
+  // in a bit set: a bit per DOF stays in the processor's caches where a byte
+  // per DOF would not. (Locals: the stores could alias any member and force
+  // reloads.)
   const int numDofs = m_numDofs;
-  int* order = m_solverToSystemId;
+  Bits used(numDofs);
+  int* order = OrderingTable();
+  m_numSolverDofs = numSolverDofs;
   const int* codes = m_systemDofCode;
-  unsigned char* used =
-      static_cast<unsigned char*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(numDofs, 1)));
-  std::memset(used, 0, static_cast<size_t>(numDofs));
   const int acousticDofId = m_maxNodalDof > 0 && DofLabel(m_maxNodalDof - 1) >= kAcousticLabel
                                 ? SystemDofId(kAcousticLabel)
                                 : -1;
   const bool everyDof = numSolverDofs == numDofs;
-  uint32_t dofIdMask = 0;
-  int acoustic = 0;
-  for (int i = 0; i < numSolverDofs; ++i) {
-    const int s = solverToSystem != nullptr ? solverToSystem[i] : i;
-    if (static_cast<unsigned>(s) >= static_cast<unsigned>(numDofs)) {
-      AbortInconsistent("ATTEMPTED TO SET SOLVER DOF THAT IS NOT AN ACTIVE MESH DOF.\n");
-    }
-    order[i] = s;
-    used[s] = 1;
-    if (everyDof) continue;
-    const int dofId = codes[s] & 63;
-    dofIdMask |= 1u << dofId;
-    acoustic += dofId == acousticDofId;
+  OrderingCopy copy{solverToSystem, numSolverDofs, numDofs,    codes,
+                    acousticDofId,  order,         used.Data()};
+  if (solverToSystem != nullptr) {
+    everyDof ? copy.Run<true, false>() : copy.Run<true, true>();
+  } else {
+    everyDof ? copy.Run<false, false>() : copy.Run<false, true>();
   }
+  uint32_t dofIdMask = copy.dofIdMask;
+  int acoustic = copy.acoustic;
   if (everyDof) {
     // An ordering of all system DOFs (a permutation, or refused below) uses
     // every DOF id, and its acoustic DOFs are the nodes carrying label 8:
@@ -279,25 +433,17 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   }
   SetupSolverDofIdMaps(solverLabelMask);
 
-  // Behind the solver's DOFs every other system DOF, ascending. A duplicate
-  // leaves more of them than free entries: those are counted, not stored,
-  // and the count refuses the ordering.
+  // Behind the solver's DOFs every other system DOF, ascending: the clear
+  // bits, a word of 64 at a time. A duplicate leaves more of them than free
+  // entries: those are counted, not stored, and the count refuses the
+  // ordering.
   int64_t position = numSolverDofs;
-  const uint64_t kEightUsed = 0x0101010101010101ull;
-  for (int s = 0; s < numDofs;) {
-    uint64_t eight = 0;
-    if (s + 8 <= numDofs) std::memcpy(&eight, used + s, 8);
-    if (eight == kEightUsed) {  // the usual case: skip eight at a time
-      s += 8;
-      continue;
-    }
-    if (used[s] == 0) {
-      if (position < numDofs) order[position] = s;
+  for (int64_t w = 0; w < used.Words(); ++w) {
+    for (uint64_t clear = used.ClearBits(w); clear != 0; clear &= clear - 1) {
+      if (position < numDofs) order[position] = static_cast<int>(64 * w + __builtin_ctzll(clear));
       ++position;
     }
-    ++s;
   }
-  mem_Free(used);
   if (position != numDofs) AbortInconsistent(kInconsistentCount);
 }
 
@@ -311,18 +457,21 @@ void fesD_NodalDofDefinition::SetupSolverDofs(QELSimCSetID ordering) {
 }
 
 void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* solverMasks) {
-  mem_Free(m_solverToSystemId);
-  m_solverToSystemId = nullptr;
-  m_solverToSystemId = NewInts(m_numDofs);
-
+  int* order = OrderingTable();
   int* nodeAtRank = nullptr;
   if (nodeRank != nullptr) {
+    // Ranks must be a permutation of 1 .. nodes, or the order has holes: a
+    // bit per rank taken.
+    Bits taken(m_numNodes);
     nodeAtRank = NewInts(m_numNodes);
-    std::fill(nodeAtRank, nodeAtRank + m_numNodes, -1);
+    uint64_t* marks = taken.Data();
+    int64_t word = -1;
+    uint64_t cached = 0;
+    const unsigned numNodes = static_cast<unsigned>(m_numNodes);
     for (int i = 0; i < m_numNodes; ++i) {
       const int rank = nodeRank[i];
-      // Ranks must be a permutation of 1 .. nodes, or the order has holes.
-      if (rank < 1 || rank > m_numNodes || nodeAtRank[rank - 1] != -1) {
+      // 1 .. nodes: rank - 1 below nodes as an unsigned number.
+      if (static_cast<unsigned>(rank) - 1u >= numNodes || BitRun(marks, rank - 1, word, cached)) {
         AbortInconsistent("INVALID NODE RANK IN THE SOLVER NODE ORDER.\n", "NODE / RANK", i, rank);
       }
       nodeAtRank[rank - 1] = i;
@@ -330,43 +479,21 @@ void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* so
   }
 
   // Every node is visited once and asks only for labels it has, so the
-  // solver's DOFs are distinct system DOFs and fit the table. (Locals keep
-  // the stores into the table from forcing members to be reloaded.)
+  // solver's DOFs are distinct system DOFs and fit the table.
+  NodeMaskTake take{nodeAtRank,       solverMasks,   m_activityMasks, m_labelToDofId,
+                    m_maxDofToSystem, m_maxNodalDof, m_numNodes,      order};
+  nodeAtRank != nullptr ? take.Run<true>() : take.Run<false>();
   const int* meshMasks = m_activityMasks;
   const int* labelToDofId = m_labelToDofId;
   const int* rows = m_maxDofToSystem;
   const int64_t width = m_maxNodalDof;
-  int* order = m_solverToSystemId;
-  int count = 0;
-  uint32_t solverLabelMask = 0;
-  for (int k = 0; k < m_numNodes; ++k) {
-    const int n = nodeAtRank != nullptr ? nodeAtRank[k] : k;
-    const uint32_t m = static_cast<uint32_t>(solverMasks[n]);
-    const uint32_t meshMask = static_cast<uint32_t>(meshMasks[n]);
-    // A label the node lacks (whether or not the mesh has it elsewhere) has
-    // no system DOF to point at.
-    if ((m & ~meshMask) != 0) {
-      AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
-                        solverMasks[n], meshMasks[n]);
-    }
-    if (m == 0) continue;
-    solverLabelMask |= m;
-    const int* row = rows + width * n;
-    if (m == meshMask) {
-      // All of the node's DOFs: consecutive system DOFs.
-      const int first = row[labelToDofId[LowestLabel(m)]];
-      const int c = CountLabels(m);
-      for (int j = 0; j < c; ++j) order[count + j] = first + j;
-      count += c;
-    } else {
-      for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
-        order[count++] = row[labelToDofId[LowestLabel(rest)]];
-      }
-    }
-  }
+  int count = take.count;
+  const uint32_t solverLabelMask = take.solverLabelMask;
+  const bool leftOut = take.leftOut;
   m_numSolverDofs = count;
   mem_Free(nodeAtRank);
   SetupSolverDofIdMaps(solverLabelMask);
+  if (!leftOut) return;
 
   // The DOFs left out, in ascending system order, are node by node the
   // labels the node has and the solver did not ask for.
@@ -376,6 +503,14 @@ void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* so
     const int* row = rows + width * n;
     for (; rest != 0; rest &= rest - 1) order[count++] = row[labelToDofId[LowestLabel(rest)]];
   }
+}
+
+// The ordering table (one int per system DOF) is made by the first setup
+// and overwritten by the next ones: allocating it afresh each time would
+// cost the operating system's page faults on it again.
+int* fesD_NodalDofDefinition::OrderingTable() {
+  if (m_solverToSystemId == nullptr) m_solverToSystemId = NewInts(m_numDofs + kRunSlack);
+  return m_solverToSystemId;
 }
 
 // Ranks the DOF ids whose labels the solver uses. The tables of an earlier

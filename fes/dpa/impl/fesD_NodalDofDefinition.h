@@ -19,8 +19,8 @@
 
 #include <cstdint>
 
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
+#include "platform/service/QELSimIDs.h"
 
 // A node index and a DOF id.
 struct fesD_NodeDof {
@@ -121,6 +121,7 @@ class DDB_API fesD_NodalDofDefinition {
   uint32_t PrepareMasks(int shift, bool addLabel10);
   void SetupNodalTables(uint32_t unionMask);
   void SetupSolverDofIdMaps(uint32_t solverLabelMask);
+  int* OrderingTable();
   void InitialiseTables(int shift, bool addLabel10);
   void RequireSolverDofs() const {
     if (m_solverToSystemId == nullptr) {

@@ -1,0 +1,128 @@
+// The HDF5 file format of databases. New files are written in HDF5's 1.8
+// format with a small chunk index (hdf_File.cpp says why), which HDF5's own
+// tools read; a database that an earlier version wrote in the original
+// format (tests/data/original_format.sim, with the facts it holds in
+// original_format.facts) still opens, reads and updates, and stays in its
+// format.
+#include <gtest/gtest.h>
+#include <hdf5.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "fes/fes.h"
+#include "platform/service/QELSimService.h"
+#include "reliability/crash_workload.h"
+#include "sim_schema/sim_schema.h"
+#include "support/scratch_dir.h"
+
+namespace {
+
+struct Format {
+  int superblock = -1;
+  unsigned chunkIndexK = 0;
+};
+
+Format FormatOf(const std::string& path) {
+  Format format;
+  hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  if (f < 0) return format;
+  H5F_info2_t info;
+  if (H5Fget_info2(f, &info) >= 0) format.superblock = static_cast<int>(info.super.version);
+  hid_t creation = H5Fget_create_plist(f);
+  H5Pget_istore_k(creation, &format.chunkIndexK);
+  H5Pclose(creation);
+  H5Fclose(f);
+  return format;
+}
+
+struct Dump {
+  int status = -1;
+  std::string out;
+};
+
+// h5dump (HDF5's tool, not the library) on a file: exit status and output.
+Dump H5Dump(const std::string& arguments) {
+  Dump dump;
+  std::FILE* pipe = popen((std::string(DDB_H5DUMP) + " " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return dump;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) dump.out.append(buffer, n);
+  dump.status = pclose(pipe);
+  return dump;
+}
+
+// The facts file: one "key<TAB>value" per line.
+Facts FixtureFacts() {
+  Facts facts;
+  std::ifstream in(std::string(DDB_TESTS_DIR) + "/data/original_format.facts");
+  for (std::string line; std::getline(in, line);) {
+    size_t tab = line.find('\t');
+    if (tab != std::string::npos) facts[line.substr(0, tab)] = line.substr(tab + 1);
+  }
+  return facts;
+}
+
+// h5dump reads every object and every members dataset of the file.
+void ExpectH5DumpReads(const std::string& path) {
+  ASSERT_EQ(std::string(DDB_H5DUMP).find("NOTFOUND"), std::string::npos)
+      << "h5dump (hdf5-tools) is needed";
+  Dump dump = H5Dump(path);
+  EXPECT_EQ(dump.status, 0) << dump.out.substr(0, 2000);
+  EXPECT_NE(dump.out.find("GROUP \"systems\""), std::string::npos);
+  EXPECT_NE(dump.out.find("DATASET \"#simpleTypeMembers\""), std::string::npos);
+  EXPECT_EQ(dump.out.find("error"), std::string::npos) << dump.out.substr(0, 2000);
+}
+
+TEST(FileFormat, NewDatabasesAreInThe18FormatAndHdf5ToolsReadThem) {
+  ScratchDir dir;
+  std::string path = dir.File("new.sim");
+  Facts last;
+  RunWorkload(
+      path, 23, [&](int, const Facts& facts) { last = facts; }, [] {});
+  EXPECT_EQ(ReadFacts(path, true), last) << FactsDiff(last, ReadFacts(path, true));
+  Format format = FormatOf(path);
+  EXPECT_EQ(format.superblock, 2);
+  EXPECT_EQ(format.chunkIndexK, 4u);
+  ExpectH5DumpReads(path);
+}
+
+TEST(FileFormat, OriginalFormatDatabaseOpensReadsAndUpdates) {
+  ScratchDir dir;
+  std::string path = dir.File("original.sim");
+  WriteWholeFile(path, ReadWholeFile(std::string(DDB_TESTS_DIR) + "/data/original_format.sim"));
+  Facts expected = FixtureFacts();
+  ASSERT_EQ(expected.size(), 37u);
+  ASSERT_EQ(FormatOf(path).superblock, 0);
+  Facts read = ReadFacts(path, true);
+  EXPECT_EQ(read, expected) << FactsDiff(expected, read);
+
+  // Updated through the library: a new collection, a new FE system, a setter.
+  {
+    msfD_Root root(0);
+    msfD_Sim sim = root.openSim(path.c_str(), "", 0);
+    ASSERT_TRUE(!!sim);
+    QELSimContextID context = sim.distributionService().Context();
+    QELSimCollectionRef::Create(context, 9);
+    auto systems = sim.discreteModel().mesh().systems();
+    systems.add(fesD_FESystem::New("added", QELSimDistributionID(context.Number(), 0),
+                                   QELSimDistributionID(context.Number(), 1), 0));
+    systems.get(0).SystemName("renamed");
+    root.closeSim(sim);
+  }
+  expected["C3"] = "size 9";
+  expected["sys[0].name"] = "renamed";
+  for (const char* fact : {"class=F", "labels=D0", "masks=D1", "name=added", "user="}) {
+    std::string text(fact);
+    size_t equals = text.find('=');
+    expected["sys[4]." + text.substr(0, equals)] = text.substr(equals + 1);
+  }
+  expected["systems"] = "5";
+  read = ReadFacts(path, false);
+  EXPECT_EQ(read, expected) << FactsDiff(expected, read);
+  EXPECT_EQ(FormatOf(path).superblock, 0);
+  ExpectH5DumpReads(path);
+}
+
+}  // namespace
