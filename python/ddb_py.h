@@ -128,6 +128,12 @@ void RequireAlive(const Life& life, const char* what);
 class Box {
  public:
   virtual ~Box();
+  // The outer interface of the object it owns.
+  const void* Identity() const { return m_identity; }
+
+ protected:
+  Box() : m_identity(nullptr) {}
+  const void* m_identity;
 };
 
 class DetachedLife : public Life {
@@ -237,7 +243,9 @@ class OwnedAs : public virtual Box {
 template <class X, class B>
 class Owned : public OwnedAs<X>, public OwnedAs<B> {
  public:
-  explicit Owned(typename Schema<X>::Holder& holder) : m_holder(holder) {}
+  explicit Owned(typename Schema<X>::Holder& holder) : m_holder(holder) {
+    this->m_identity = static_cast<gbb_Handle>(m_holder.Get()).Pointer();
+  }
   typename Schema<X>::Holder::Token Release(X*) override { return m_holder; }
   typename Schema<B>::Holder::Token Release(B*) override {
     return Schema<X>::ReleaseAsBase(m_holder);
@@ -250,7 +258,9 @@ class Owned : public OwnedAs<X>, public OwnedAs<B> {
 template <class X>
 class Owned<X, void> : public OwnedAs<X> {
  public:
-  explicit Owned(typename Schema<X>::Holder& holder) : m_holder(holder) {}
+  explicit Owned(typename Schema<X>::Holder& holder) : m_holder(holder) {
+    this->m_identity = static_cast<gbb_Handle>(m_holder.Get()).Pointer();
+  }
   typename Schema<X>::Holder::Token Release(X*) override { return m_holder; }
 
  private:
@@ -266,8 +276,9 @@ py::object New(typename Schema<X>::Holder holder) {
 }
 
 // The detached life of `item`, checked for being handed over under
-// `owner` ("assigned", "appended"): made by `new`, not handed over yet, and
-// not something `owner` lives in.
+// `owner` ("assigned", "appended"): its own (made by `new` and not handed
+// over yet, not merely reached from such an object), and not something
+// `owner` lives in.
 DetachedLife& Detached(const Object& item, const Life& owner, const char* verb);
 
 // Hands `item` over to `store` as a holder token of S. `store` returns the

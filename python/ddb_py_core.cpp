@@ -131,7 +131,8 @@ void DetachedLife::Destroyed() {
 DetachedLife& Detached(const Object& item, const Life& owner, const char* verb) {
   item.Require();
   auto* detached = dynamic_cast<DetachedLife*>(item.life().get());
-  if (detached == nullptr || detached->box() == nullptr) {
+  if (detached == nullptr || detached->box() == nullptr ||
+      detached->box()->Identity() != item.Identity()) {
     throw Error(std::string(item.Name()) +
                 " is stored already: only an object made by new can be " + verb);
   }
@@ -374,13 +375,13 @@ py::array_t<int32_t, py::array::c_style | py::array::forcecast> Int32Array(py::h
   typedef py::array_t<int32_t, py::array::c_style | py::array::forcecast> Out;
   py::array array = py::array::ensure(values);
   if (!array) throw py::type_error(std::string(what) + ": an array of integers is expected");
-  if (array.ndim() != 1) {
-    throw py::value_error(std::string(what) + ": a one-dimensional array is expected");
-  }
-  if (array.size() == 0) return Out(0);
   const char kind = array.dtype().kind();
+  if (array.size() == 0) return Out(0);  // an empty list reads as floats
   if (kind != 'i' && kind != 'u' && kind != 'b') {
     throw py::type_error(std::string(what) + ": an array of integers is expected");
+  }
+  if (array.ndim() != 1) {
+    throw py::value_error(std::string(what) + ": a one-dimensional array is expected");
   }
   if (!array.dtype().is(py::dtype::of<int32_t>()) && kind != 'b') {
     py::int_ low = array.attr("min")(), high = array.attr("max")();

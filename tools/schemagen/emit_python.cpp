@@ -99,8 +99,13 @@ std::string ArrayClass(const Class& c, const Member& m) {
   return PythonClassName(c.name) + Capital(m.name);
 }
 
+// "<table name>: <kind> <type>", which tests and readers can rely on.
 std::string MemberDoc(const Member& m) {
-  std::string doc = m.name + ": " + m.type;
+  static const std::map<std::string, std::string> kinds = {{"simple", ""},
+                                                           {"subobject", "sub-object "},
+                                                           {"array", "array of "},
+                                                           {"service", "service "}};
+  std::string doc = m.name + ": " + kinds.at(m.kind) + m.type;
   return m.required ? doc + ", required" : doc;
 }
 
