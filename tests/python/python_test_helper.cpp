@@ -36,7 +36,9 @@ QELSimDistributionID Store(QELSimContextID context, const Ints& values) {
   return QELSimDistributionRef::CreateInt32(set, values.data());
 }
 
-Ints Adopt(int* values, int count) {
+// A result array of the library, and how many entries it has (the count is
+// filled by the call that makes the array, so it is read only afterwards).
+Ints Adopt(int* values, const int& count) {
   Ints out(values, values + count);
   mem_Free(values);
   return out;
@@ -140,9 +142,10 @@ int Deck(const std::string& deckFile, const std::string& file) {
 
   int count = 0, maxLabel = 0;
   fesD_FESystem base = system;
-  answers.insert("internal_to_user",
-                 Store(context, Adopt(fesD_Utilities::InternalToUserNodes(base, count), count)));
-  Ints inverse = Adopt(fesD_Utilities::UserToInternalNodes(base, maxLabel), maxLabel + 1);
+  int* user = fesD_Utilities::InternalToUserNodes(base, count);
+  answers.insert("internal_to_user", Store(context, Adopt(user, count)));
+  int* internal = fesD_Utilities::UserToInternalNodes(base, maxLabel);
+  Ints inverse = Adopt(internal, maxLabel + 1);
   answers.insert("user_to_internal", Store(context, inverse));
   system.UserDistributions(answers);
   mesh.systems().add(holder.ReleaseAsFESystem());
