@@ -289,13 +289,15 @@ py::object HandOver(Obj<S>& item, const LifePtr& owner, const char* verb, Store 
   DetachedLife& detached = Detached(item, *owner, verb);
   auto* owned = dynamic_cast<OwnedAs<S>*>(detached.box());
   if (owned == nullptr) throw py::type_error(std::string(item.Name()) + " cannot be " + verb);
+  typename Schema<S>::Holder::Token token = owned->Release(static_cast<S*>(nullptr));
+  // From here the object is the library's: should the call below end by an
+  // exception, the Python object must not think it still owns it.
+  detached.Destroyed();
   Messages messages;
-  S stored = store(owned->Release(static_cast<S*>(nullptr)));
+  S stored = store(token);
   std::string text = messages.Take();
   if (!!stored && static_cast<gbb_Handle>(stored).Pointer() == item.Identity()) {
     detached.HandOver(owner);
-  } else {
-    detached.Destroyed();
   }
   SettleChange(text);
   return MakeObject(stored, owner);
@@ -303,23 +305,50 @@ py::object HandOver(Obj<S>& item, const LifePtr& owner, const char* verb, Store 
 
 // ---- values: how each member type crosses ---------------------------------------
 
-// A service identifier with the life of what it came from.
-template <class Id>
-class IdRef {
+// What each kind of held value is called in messages.
+inline const char* HeldName(const QELSimCollectionID*) {
+  return "Collection";
+}
+inline const char* HeldName(const QELSimCSetID*) {
+  return "OrderedSet";
+}
+inline const char* HeldName(const QELSimDistributionID*) {
+  return "Distribution";
+}
+inline const char* HeldName(const QELSimContextID*) {
+  return "Service";
+}
+inline const char* HeldName(const gbb_SchemaSnapshot*) {
+  return "SchemaSnapshot";
+}
+template <class T, class THolder, class TRepository, class TOwner>
+const char* HeldName(const gbb_Array<T, THolder, TRepository, TOwner>*) {
+  return "array";
+}
+
+// A value of the library that designates something of a database (a
+// service identifier, the service context, an array, the schema snapshot)
+// with the life of what it came from.
+template <class T>
+class Held {
  public:
-  IdRef(const Id& id, LifePtr life) : m_id(id), m_life(std::move(life)) {}
-  const Id& id() const {
-    RequireAlive(*m_life, Name());
-    return m_id;
+  Held(const T& value, LifePtr life) : m_value(value), m_life(std::move(life)) {}
+  // The value, after checking that it may be used.
+  const T& get() const {
+    RequireAlive(*m_life, HeldName(static_cast<const T*>(nullptr)));
+    return m_value;
   }
-  const Id& raw() const { return m_id; }
+  // The value as it was, for comparing.
+  const T& raw() const { return m_value; }
   const LifePtr& life() const { return m_life; }
-  static const char* Name();
 
  private:
-  Id m_id;
+  T m_value;
   LifePtr m_life;
 };
+
+template <class Id>
+using IdRef = Held<Id>;
 
 template <class T, class Enable = void>
 struct Convert;
@@ -354,7 +383,7 @@ struct Convert<Id, typename std::enable_if<std::is_same<Id, QELSimCollectionID>:
   static py::object Out(const Id& id, const LifePtr& life) {
     return id.IsValid() ? py::cast(IdRef<Id>(id, life)) : py::none();
   }
-  static Id Value(const In& value) { return value ? value->id() : Id(); }
+  static Id Value(const In& value) { return value ? value->get() : Id(); }
 };
 
 template <class V>
@@ -457,51 +486,36 @@ struct ArrayOf<gbb_Array<T, THolder, TRepository, TOwner>> {
   typedef T Element;
 };
 
-template <class A>
-class ArrayRef {
- public:
-  ArrayRef(const A& array, LifePtr life) : m_array(array), m_life(std::move(life)) {}
-  const A& array() const {
-    RequireAlive(*m_life, "array");
-    return m_array;
-  }
-  const LifePtr& life() const { return m_life; }
-
- private:
-  A m_array;
-  LifePtr m_life;
-};
-
 // A position from Python (negative counts from the end), or IndexError.
 int ArrayIndex(py::ssize_t index, int count);
 
 template <class A>
 void DefineArrayClass(py::module_& m, const char* name, const char* doc) {
   typedef typename ArrayOf<A>::Element T;
-  auto get = [](const ArrayRef<A>& self, py::ssize_t index) {
-    const A& array = self.array();
+  auto get = [](const Held<A>& self, py::ssize_t index) {
+    const A& array = self.get();
     int i = ArrayIndex(index, ReadCount([&] { return array.count(); }));
     return MakeObject(Read([&] { return array.get(i); }), self.life());
   };
-  py::class_<ArrayRef<A>>(m, name, doc)
+  py::class_<Held<A>>(m, name, doc)
       .def("__len__",
-           [](const ArrayRef<A>& self) {
-             const A& array = self.array();
+           [](const Held<A>& self) {
+             const A& array = self.get();
              return ReadCount([&] { return array.count(); });
            })
       .def("__getitem__", get, py::arg("index"))
       .def(
           "append",
-          [](const ArrayRef<A>& self, Obj<T>& item) {
-            const A& array = self.array();
+          [](const Held<A>& self, Obj<T>& item) {
+            const A& array = self.get();
             return HandOver<T>(item, self.life(), "appended",
                                [&](typename Schema<T>::Holder::Token token) {
                                  return array.add(typename Schema<T>::Holder(token));
                                });
           },
           py::arg("item"), "Stores a new object at the end; returns it as stored.")
-      .def("__repr__", [name](const ArrayRef<A>& self) {
-        const A& array = self.array();
+      .def("__repr__", [name](const Held<A>& self) {
+        const A& array = self.get();
         return std::string("<ddb_pdm.") + name + " of " +
                std::to_string(ReadCount([&] { return array.count(); })) + ">";
       });
@@ -515,39 +529,10 @@ void DefineArray(Class<X>& c, py::module_& m, const char* name, A (C::*get)() co
       name,
       [get](const Obj<X>& self) {
         const X& handle = self.Handle();
-        return ArrayRef<A>(Read([&] { return (handle.*get)(); }), self.life());
+        return Held<A>(Read([&] { return (handle.*get)(); }), self.life());
       },
       doc);
 }
-
-// The service context of a database, and its schema snapshot.
-class ServiceRef {
- public:
-  ServiceRef(QELSimContextID context, LifePtr life) : m_context(context), m_life(std::move(life)) {}
-  QELSimContextID context() const {
-    RequireAlive(*m_life, "Service");
-    return m_context;
-  }
-  const LifePtr& life() const { return m_life; }
-
- private:
-  QELSimContextID m_context;
-  LifePtr m_life;
-};
-
-class SnapshotRef {
- public:
-  SnapshotRef(gbb_SchemaSnapshot snapshot, LifePtr life)
-      : m_snapshot(snapshot), m_life(std::move(life)) {}
-  gbb_SchemaSnapshot snapshot() const {
-    RequireAlive(*m_life, "SchemaSnapshot");
-    return m_snapshot;
-  }
-
- private:
-  gbb_SchemaSnapshot m_snapshot;
-  LifePtr m_life;
-};
 
 template <class X, class C>
 void DefineService(Class<X>& c, const char* name, gbb_DistributionService (C::*get)() const,
@@ -557,7 +542,7 @@ void DefineService(Class<X>& c, const char* name, gbb_DistributionService (C::*g
       [get](const Obj<X>& self) {
         const X& handle = self.Handle();
         gbb_DistributionService service = Read([&] { return (handle.*get)(); });
-        return ServiceRef(service.Context(), self.life());
+        return Held<QELSimContextID>(service.Context(), self.life());
       },
       doc);
 }
@@ -569,7 +554,7 @@ void DefineService(Class<X>& c, const char* name, gbb_SchemaSnapshot (C::*get)()
       name,
       [get](const Obj<X>& self) {
         const X& handle = self.Handle();
-        return SnapshotRef(Read([&] { return (handle.*get)(); }), self.life());
+        return Held<gbb_SchemaSnapshot>(Read([&] { return (handle.*get)(); }), self.life());
       },
       doc);
 }

@@ -339,19 +339,6 @@ bool SimReadOnly(const Object& sim) {
 
 // ---- identifiers ------------------------------------------------------------------
 
-template <>
-const char* IdRef<QELSimCollectionID>::Name() {
-  return "Collection";
-}
-template <>
-const char* IdRef<QELSimCSetID>::Name() {
-  return "OrderedSet";
-}
-template <>
-const char* IdRef<QELSimDistributionID>::Name() {
-  return "Distribution";
-}
-
 py::object Convert<ada_string>::Out(const ada_string& value, const LifePtr&) {
   // Bytes that are not UTF-8 survive a round trip as surrogates.
   PyObject* text = PyUnicode_DecodeUTF8(value.cStr(), value.byteCount(), "surrogateescape");
@@ -407,7 +394,7 @@ std::vector<uint64_t> Key(const QELSimDistributionID& id) {
 
 template <class Id>
 py::class_<IdRef<Id>> DefineId(py::module_& m, const char* doc) {
-  return py::class_<IdRef<Id>>(m, IdRef<Id>::Name(), doc)
+  return py::class_<IdRef<Id>>(m, HeldName(static_cast<const Id*>(nullptr)), doc)
       .def(
           "__eq__", [](const IdRef<Id>& a, const IdRef<Id>& b) { return a.raw() == b.raw(); },
           py::is_operator())
@@ -418,7 +405,7 @@ py::class_<IdRef<Id>> DefineId(py::module_& m, const char* doc) {
              return h;
            })
       .def("__repr__", [](const IdRef<Id>& self) {
-        std::string text = std::string("<ddb_pdm.") + IdRef<Id>::Name();
+        std::string text = std::string("<ddb_pdm.") + HeldName(static_cast<const Id*>(nullptr));
         for (uint64_t part : Key(self.raw())) text += " " + std::to_string(part);
         return text + ">";
       });
@@ -446,13 +433,13 @@ void BindIdentifiers(py::module_& m) {
   DefineId<QELSimCollectionID>(m, "A collection of the service: members 0 .. size-1.")
       .def_property_readonly("size",
                              [](const CollectionRef& self) {
-                               QELSimCollectionRef collection(self.id());
+                               QELSimCollectionRef collection(self.get());
                                return ReadCount([&] { return collection.Size(); });
                              })
       .def(
           "create_ordered_set",
           [](const CollectionRef& self, py::handle members) {
-            QELSimCollectionRef collection(self.id());
+            QELSimCollectionRef collection(self.get());
             auto array = Int32Array(members, "create_ordered_set");
             if (array.size() > INT_MAX)
               throw py::value_error("create_ordered_set: too many members");
@@ -466,12 +453,12 @@ void BindIdentifiers(py::module_& m) {
   DefineId<QELSimCSetID>(m, "An ordered set of members of one collection.")
       .def_property_readonly("size",
                              [](const SetRef& self) {
-                               QELSimCSet set(self.id());
+                               QELSimCSet set(self.get());
                                return ReadCount([&] { return set.Size(); });
                              })
       .def_property_readonly("collection",
                              [](const SetRef& self) {
-                               const QELSimCSetID& id = self.id();
+                               const QELSimCSetID& id = self.get();
                                return CollectionRef(
                                    QELSimCollectionID(id.ContextNumber(), id.CollectionMinor()),
                                    self.life());
@@ -479,7 +466,7 @@ void BindIdentifiers(py::module_& m) {
       .def(
           "members",
           [](const SetRef& self) {
-            QELSimCSet set(self.id());
+            QELSimCSet set(self.get());
             int n = ReadCount([&] { return set.Size(); });
             py::array_t<int32_t> out = NewInt32Array(n);
             if (n > 0) {
@@ -493,7 +480,7 @@ void BindIdentifiers(py::module_& m) {
       .def(
           "create_int32",
           [](const SetRef& self, py::handle values) {
-            QELSimCSet set(self.id());
+            QELSimCSet set(self.get());
             auto array = Int32Array(values, "create_int32");
             int n = ReadCount([&] { return set.Size(); });
             if (array.size() != n) {
@@ -501,7 +488,7 @@ void BindIdentifiers(py::module_& m) {
                           " values for an ordered set of " + std::to_string(n) + " members");
             }
             QELSimDistributionID id =
-                Read([&] { return QELSimDistributionRef::CreateInt32(self.id(), array.data()); });
+                Read([&] { return QELSimDistributionRef::CreateInt32(self.get(), array.data()); });
             return DistributionRef(id, self.life());
           },
           py::arg("values"), "A new int32 distribution: one value per member, in the set's order.");
@@ -509,13 +496,13 @@ void BindIdentifiers(py::module_& m) {
   DefineId<QELSimDistributionID>(m, "Values over the members of an ordered set.")
       .def_property_readonly("ordered_set",
                              [](const DistributionRef& self) {
-                               QELSimPersistentDrawerDesc drawer = Drawer(self.id());
+                               QELSimPersistentDrawerDesc drawer = Drawer(self.get());
                                return SetRef(drawer.DimensionSets()[0], self.life());
                              })
       .def(
           "values",
           [](const DistributionRef& self) {
-            const QELSimDistributionID& id = self.id();
+            const QELSimDistributionID& id = self.get();
             QELSimPersistentDrawerDesc drawer = Drawer(id);
             const int n = drawer.DataSizeItems(0);
             py::array_t<int32_t> out = NewInt32Array(n);
@@ -534,25 +521,27 @@ void BindIdentifiers(py::module_& m) {
           },
           "The values in the order of the ordered set (int32).");
 
-  py::class_<ServiceRef>(m, "Service",
-                         "The service context of one database: where bulk data lives.")
+  py::class_<Held<QELSimContextID>>(m, "Service",
+                                    "The service context of one database: where bulk data lives.")
       .def(
           "create_collection",
-          [](const ServiceRef& self, int size) {
-            QELSimContextID context = self.context();
+          [](const Held<QELSimContextID>& self, int size) {
+            QELSimContextID context = self.get();
             QELSimCollectionID id =
                 Read([&] { return QELSimCollectionRef::Create(context, size); });
             return CollectionRef(id, self.life());
           },
           py::arg("size"), "A new collection of `size` members.")
-      .def("__repr__", [](const ServiceRef& self) {
-        return "<ddb_pdm.Service " + std::to_string(self.context().Number()) + ">";
+      .def("__repr__", [](const Held<QELSimContextID>& self) {
+        return "<ddb_pdm.Service " + std::to_string(self.get().Number()) + ">";
       });
 
-  py::class_<SnapshotRef>(m, "SchemaSnapshot", "The classes a database knows, by identifier.")
-      .def("__len__", [](const SnapshotRef& self) { return self.snapshot().Impl()->Count(); })
-      .def("__contains__", [](const SnapshotRef& self, const std::string& id) {
-        gbb_SchemaSnapshot snapshot = self.snapshot();
+  py::class_<Held<gbb_SchemaSnapshot>>(m, "SchemaSnapshot",
+                                       "The classes a database knows, by identifier.")
+      .def("__len__",
+           [](const Held<gbb_SchemaSnapshot>& self) { return self.get().Impl()->Count(); })
+      .def("__contains__", [](const Held<gbb_SchemaSnapshot>& self, const std::string& id) {
+        gbb_SchemaSnapshot snapshot = self.get();
         return !Read([&] { return snapshot.GetClass(gbb_ClassID(id.c_str())); }).IsNull();
       });
 }
@@ -581,8 +570,9 @@ void BindRoot(py::module_& m) {
       .def(
           "close_sim",
           [](RootRef& self, const Object& sim) {
-            self.state->Root();
             const SimLife& life = SimLifeOf(sim);
+            if (!life.Alive()) return;  // closed already
+            if (!msfD_Sim(sim.Generic())) throw py::type_error("close_sim: a Sim is expected");
             if (&life.root() != self.state.get()) throw Error("close_sim: a sim of another Root");
             self.state->CloseSim(life.sim());
           },

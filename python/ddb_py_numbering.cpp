@@ -85,14 +85,14 @@ class Numbering {
   }
 
   void SetupFromSet(const IdRef<QELSimCSetID>& ordering) {
-    QELSimCSet set(ordering.id());
+    QELSimCSet set(ordering.get());
     int n = ReadCount([&] { return set.Size(); });
     std::vector<int> members(static_cast<size_t>(n));
     Messages messages;
     if (n > 0) set.OrderedMembers(members.data());
     Settle(messages.Take(), true);
     CheckOrder(members.data(), n);
-    Change([&] { m_def->SetupSolverDofs(ordering.id()); });
+    Change([&] { m_def->SetupSolverDofs(ordering.get()); });
     m_solver = true;
   }
 
@@ -197,7 +197,7 @@ void BindNumbering(py::module_& m) {
                         "(bit label-1 set: that DOF label exists at the node), and its relation "
                         "to a solver's order of unknowns.")
       .def(py::init([](const IdRef<QELSimDistributionID>& masks, int shift, bool addLabel10) {
-             const QELSimDistributionID& id = masks.id();
+             const QELSimDistributionID& id = masks.get();
              // The library stops the process on a distribution it cannot read.
              Messages messages;
              int drawers = QELSimDistributionRef(id).NumDrawers();
@@ -365,7 +365,7 @@ void BindNumbering(py::module_& m) {
           "write_permutation",
           [](const Numbering& self, const IdRef<QELSimCollectionID>& collection) {
             const fesD_NodalDofDefinition& def = self.Solver();
-            QELSimCSetID set = Read([&] { return def.WritePermutation(collection.id()); });
+            QELSimCSetID set = Read([&] { return def.WritePermutation(collection.get()); });
             return IdRef<QELSimCSetID>(set, collection.life());
           },
           py::arg("collection"),

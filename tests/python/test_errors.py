@@ -188,14 +188,21 @@ def test_context_managers_close(tmp_path):
         again = root.open_sim(file, alias="x")
         assert len(root) == 1 and root[0] == again and root[-1] == again
         assert root.get_by_alias("x") == again and root.get_by_alias("y") is None
+        again.discrete_model = ddb.DiscreteModel.new(None, None)
+        with pytest.raises(TypeError, match="^close_sim: a Sim is expected$"):
+            root.close_sim(again.discrete_model)
+        with ddb.Root() as other:
+            with pytest.raises(ddb.Error, match="^close_sim: a sim of another Root$"):
+                other.close_sim(again)
     assert root.closed and again.closed
     with pytest.raises(ddb.Error):
         c.size
+    root.close_sim(again)  # closed already: nothing happens
     with ddb.open(file, mode="r+") as sim:
         assert not sim.read_only
-        sim.discrete_model = ddb.DiscreteModel.new(None, None)
+        sim.discrete_model.vectors = sim.service.create_collection(4)
     with ddb.open(file) as sim:
-        assert sim.discrete_model is not None
+        assert sim.discrete_model.vectors.size == 4
 
 
 def test_ownership_moves_with_assignment_and_append(root, tmp_path):
