@@ -58,8 +58,9 @@ def main(file):
 
         sub = ddb.SubstructureSystem.new("superelement", labels, masks, dof_types, dofs, modes)
         sub.retained_nodes = nodes.create_ordered_set([0, 7])
-        sub.damping = ddb.SubDamp.new()
-        sub.damping.alpha, sub.damping.beta, sub.damping.structural = 0.1, 0.02, 0.05
+        sub.damping = ddb.SubDamp.new()  # at most one damping record
+        damping = sub.damping
+        damping.alpha, damping.beta, damping.structural = 0.1, 0.02, 0.05
         mesh.systems.append(sub)
     print(f"made {file}")
 
