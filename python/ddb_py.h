@@ -521,42 +521,40 @@ void DefineArrayClass(py::module_& m, const char* name, const char* doc) {
       });
 }
 
+// What a read-only member gives Python: the distribution service as the
+// database's service context, anything else (an array, the schema
+// snapshot) as it is; with the life of the object it came from.
+inline QELSimContextID HeldValue(const gbb_DistributionService& service) {
+  return service.Context();
+}
+template <class T>
+T HeldValue(const T& value) {
+  return value;
+}
+
+template <class X, class C, class T>
+void DefineHeld(Class<X>& c, const char* name, T (C::*get)() const, const char* doc) {
+  c.def_property_readonly(
+      name,
+      [get](const Obj<X>& self) {
+        const X& handle = self.Handle();
+        auto value = HeldValue(Read([&] { return (handle.*get)(); }));
+        return Held<decltype(value)>(value, self.life());
+      },
+      doc);
+}
+
 template <class X, class C, class A>
 void DefineArray(Class<X>& c, py::module_& m, const char* name, A (C::*get)() const,
                  const char* arrayClass, const char* doc) {
   DefineArrayClass<A>(m, arrayClass, doc);
-  c.def_property_readonly(
-      name,
-      [get](const Obj<X>& self) {
-        const X& handle = self.Handle();
-        return Held<A>(Read([&] { return (handle.*get)(); }), self.life());
-      },
-      doc);
+  DefineHeld(c, name, get, doc);
 }
 
-template <class X, class C>
-void DefineService(Class<X>& c, const char* name, gbb_DistributionService (C::*get)() const,
-                   const char* doc) {
-  c.def_property_readonly(
-      name,
-      [get](const Obj<X>& self) {
-        const X& handle = self.Handle();
-        gbb_DistributionService service = Read([&] { return (handle.*get)(); });
-        return Held<QELSimContextID>(service.Context(), self.life());
-      },
-      doc);
-}
-
-template <class X, class C>
-void DefineService(Class<X>& c, const char* name, gbb_SchemaSnapshot (C::*get)() const,
-                   const char* doc) {
-  c.def_property_readonly(
-      name,
-      [get](const Obj<X>& self) {
-        const X& handle = self.Handle();
-        return Held<gbb_SchemaSnapshot>(Read([&] { return (handle.*get)(); }), self.life());
-      },
-      doc);
+// A member the sim answers itself (the distribution service, the snapshot).
+template <class X, class C, class T>
+void DefineService(Class<X>& c, const char* name, T (C::*get)() const, const char* doc) {
+  DefineHeld(c, name, get, doc);
 }
 
 // What a top object (a sim) has beside its members: it closes, also as a

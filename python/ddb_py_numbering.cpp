@@ -153,24 +153,32 @@ class Numbering {
   bool m_solver = false;
 };
 
-// A copy of `values` whose entries lie in 0 .. limit-1.
-py::array_t<int32_t> CheckedCopy(py::handle values, long long limit, const char* what) {
+// A copy of `values` (each checked to lie in 0 .. limit-1) that `map`
+// replaces in place.
+py::array_t<int32_t> MapCopy(const Numbering& self, py::handle values, long long limit,
+                             const char* what,
+                             void (fesD_NodalDofDefinition::*map)(int*, int) const) {
   auto in = Int32Array(values, what);
   py::array_t<int32_t> out = NewInt32Array(in.size());
   for (py::ssize_t i = 0; i < in.size(); ++i) {
     CheckIndex(in.data()[i], limit, what);
     out.mutable_data()[i] = in.data()[i];
   }
+  (self.def().*map)(out.mutable_data(), static_cast<int>(out.size()));
   return out;
 }
 
-BoolArray Selection(const Numbering& self, py::handle selected) {
+// What `pick` answers for the selected nodes (one flag per node).
+py::array_t<int32_t> OfNodes(const Numbering& self, py::handle selected,
+                             int* (fesD_NodalDofDefinition::*pick)(const bool*, int&) const) {
   BoolArray flags = BoolArray::ensure(selected);
   if (!flags || flags.ndim() != 1 || flags.size() != self.Nodes()) {
     throw py::value_error("selected: one flag per node is expected (" +
                           std::to_string(self.Nodes()) + ")");
   }
-  return flags;
+  int count = 0;
+  int* values = (self.def().*pick)(flags.data(), count);
+  return Adopt(values, count);
 }
 
 fesD_FESystem SystemOf(const Object& system) {
@@ -178,6 +186,31 @@ fesD_FESystem SystemOf(const Object& system) {
   fesD_FESystem handle(system.Generic());
   if (!handle) throw py::type_error("an FESystem is expected");
   return handle;
+}
+
+// A query of one index, as a function of ints or arrays of them: the index
+// checked, the solver ordering required where the query needs it.
+enum Needs { kNodal, kSolver };
+auto Query(void (Numbering::*check)(int) const, int (fesD_NodalDofDefinition::*answer)(int) const,
+           Needs needs) {
+  return py::vectorize([=](Numbering& self, int index) {
+    if (needs == kSolver) self.Solver();
+    (self.*check)(index);
+    return (self.def().*answer)(index);
+  });
+}
+
+// A conversion of fesD_Utilities as an array of the count it answers plus
+// `extra` entries. Any message means the system's labels could not be read.
+py::array_t<int32_t> NodeLabels(const Object& system, int* (*convert)(fesD_FESystem, int&),
+                                int extra) {
+  fesD_FESystem handle = SystemOf(system);
+  int count = 0;
+  Messages messages;
+  int* values = convert(handle, count);
+  py::array_t<int32_t> out = Adopt(values, static_cast<py::ssize_t>(count) + extra);
+  Settle(messages.Take(), true);
+  return out;
 }
 
 // (node, DOF id) of a packed code, as two results of the same shape.
@@ -236,15 +269,10 @@ void BindNumbering(py::module_& m) {
             return view;
           },
           "The prepared mask of each node (a read-only view).")
-      .def("system_dof_id", py::vectorize([](Numbering& self, int label) {
-             self.CheckLabel(label);
-             return self.def().SystemDofId(label);
-           }),
+      .def("system_dof_id",
+           Query(&Numbering::CheckLabel, &fesD_NodalDofDefinition::SystemDofId, kNodal),
            py::arg("label"))
-      .def("dof_label", py::vectorize([](Numbering& self, int dofId) {
-             self.CheckDofId(dofId);
-             return self.def().DofLabel(dofId);
-           }),
+      .def("dof_label", Query(&Numbering::CheckDofId, &fesD_NodalDofDefinition::DofLabel, kNodal),
            py::arg("dof_id"))
       .def("system_ordinal", py::vectorize([](Numbering& self, int node, int dofId) {
              self.CheckNode(node);
@@ -276,19 +304,14 @@ void BindNumbering(py::module_& m) {
       .def(
           "max_dof_to_system_ordinals",
           [](const Numbering& self, py::handle values) {
-            long long limit = static_cast<long long>(self.Nodes()) * self.MaxNodalDof();
-            py::array_t<int32_t> out = CheckedCopy(values, limit, "flat index");
-            self.def().MaxDofToSystemOrdinals(out.mutable_data(), static_cast<int>(out.size()));
-            return out;
+            return MapCopy(self, values, static_cast<long long>(self.Nodes()) * self.MaxNodalDof(),
+                           "flat index", &fesD_NodalDofDefinition::MaxDofToSystemOrdinals);
           },
           py::arg("values"), "System ordinals of flat indices node * max_nodal_dof + DOF id.")
       .def(
           "system_dofs_from_nodes",
           [](const Numbering& self, py::handle selected) {
-            BoolArray flags = Selection(self, selected);
-            int count = 0;
-            int* dofs = self.def().SystemDofsFromNodes(flags.data(), count);
-            return Adopt(dofs, count);
+            return OfNodes(self, selected, &fesD_NodalDofDefinition::SystemDofsFromNodes);
           },
           py::arg("selected"), "The system DOFs of the selected nodes, ascending.")
       .def("setup_solver_dofs", &Numbering::SetupFromSet, py::arg("ordering"),
@@ -306,11 +329,9 @@ void BindNumbering(py::module_& m) {
       .def_property_readonly(
           "number_of_solver_acoustic_dofs",
           [](const Numbering& self) { return self.Solver().NumberOfSolverAcousticDofs(); })
-      .def("system_dof_from_solver_dof", py::vectorize([](Numbering& self, int solverDof) {
-             self.Solver();
-             self.CheckSystemDof(solverDof);
-             return self.def().SystemDofFromSolverDof(solverDof);
-           }),
+      .def("system_dof_from_solver_dof",
+           Query(&Numbering::CheckSystemDof, &fesD_NodalDofDefinition::SystemDofFromSolverDof,
+                 kSolver),
            py::arg("solver_dof"))
       .def(
           "node_dof_from_solver_dof",
@@ -322,17 +343,13 @@ void BindNumbering(py::module_& m) {
             });
           },
           py::arg("solver_dof"), "(node, DOF id) of solver positions.")
-      .def("solver_dof_id_from_system_dof_id", py::vectorize([](Numbering& self, int dofId) {
-             self.Solver();
-             self.CheckDofId(dofId);
-             return self.def().SolverDofIdFromSystemDofId(dofId);
-           }),
+      .def("solver_dof_id_from_system_dof_id",
+           Query(&Numbering::CheckDofId, &fesD_NodalDofDefinition::SolverDofIdFromSystemDofId,
+                 kSolver),
            py::arg("dof_id"))
-      .def("system_dof_id_from_solver_dof_id", py::vectorize([](Numbering& self, int solverDofId) {
-             self.Solver();
-             self.CheckDofId(solverDofId);
-             return self.def().SystemDofIdFromSolverDofId(solverDofId);
-           }),
+      .def("system_dof_id_from_solver_dof_id",
+           Query(&Numbering::CheckDofId, &fesD_NodalDofDefinition::SystemDofIdFromSolverDofId,
+                 kSolver),
            py::arg("solver_dof_id"))
       .def(
           "mapping_to_solver_dofs",
@@ -346,19 +363,15 @@ void BindNumbering(py::module_& m) {
           "map_to_solver_dofs",
           [](const Numbering& self, py::handle values) {
             self.Solver();
-            py::array_t<int32_t> out = CheckedCopy(values, self.Dofs(), "system DOF");
-            self.def().MapToSolverDofs(out.mutable_data(), static_cast<int>(out.size()));
-            return out;
+            return MapCopy(self, values, self.Dofs(), "system DOF",
+                           &fesD_NodalDofDefinition::MapToSolverDofs);
           },
           py::arg("values"), "The solver positions of system DOFs.")
       .def(
           "solver_dofs_from_nodes",
           [](const Numbering& self, py::handle selected) {
             self.Solver();
-            BoolArray flags = Selection(self, selected);
-            int count = 0;
-            int* dofs = self.def().SolverDofsFromNodes(flags.data(), count);
-            return Adopt(dofs, count);
+            return OfNodes(self, selected, &fesD_NodalDofDefinition::SolverDofsFromNodes);
           },
           py::arg("selected"), "The solver positions of the selected nodes' DOFs, ascending.")
       .def(
@@ -375,25 +388,13 @@ void BindNumbering(py::module_& m) {
   m.def(
       "internal_to_user_nodes",
       [](const Object& system) {
-        fesD_FESystem handle = SystemOf(system);
-        int count = 0;
-        Messages messages;
-        int* labels = fesD_Utilities::InternalToUserNodes(handle, count);
-        py::array_t<int32_t> out = Adopt(labels, count);
-        Settle(messages.Take(), count == 0);
-        return out;
+        return NodeLabels(system, &fesD_Utilities::InternalToUserNodes, 0);
       },
       py::arg("system"), "The user label of each node of the system, by internal number.");
   m.def(
       "user_to_internal_nodes",
       [](const Object& system) {
-        fesD_FESystem handle = SystemOf(system);
-        int maxLabel = 0;
-        Messages messages;
-        int* nodes = fesD_Utilities::UserToInternalNodes(handle, maxLabel);
-        py::array_t<int32_t> out = Adopt(nodes, static_cast<py::ssize_t>(maxLabel) + 1);
-        Settle(messages.Take(), true);
-        return out;
+        return NodeLabels(system, &fesD_Utilities::UserToInternalNodes, 1);
       },
       py::arg("system"),
       "The internal node of each user label (-1 where none), max label + 1 entries.");
