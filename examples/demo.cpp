@@ -2,6 +2,8 @@
 // component would, closes it, reopens it read-only and prints what it finds.
 //
 //   ddb_demo [directory]      (default: a fresh directory under /tmp)
+//   ddb_demo --walk FILE      only the walk, of a database made elsewhere
+//                             (examples/python/make_database.py makes the same one)
 //
 // Bulk data (collections, ordered sets, int32 fields) goes into the
 // simulation-database service through its client API; the persistent objects
@@ -330,8 +332,8 @@ std::string TemporaryDirectory() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string directory = argc > 1 ? argv[1] : TemporaryDirectory();
-  std::string file = directory + "/demo.sim";
+  const bool walkOnly = argc == 3 && std::string(argv[1]) == "--walk";
+  std::string file = walkOnly ? argv[2] : (argc > 1 ? argv[1] : TemporaryDirectory()) + "/demo.sim";
   int count = 0;
   DDB_PDM_Core_initialize(count);
   int status = 0;
@@ -340,7 +342,7 @@ int main(int argc, char** argv) {
     std::printf("database file: %s\n", file.c_str());
     std::fflush(stdout);  // before anything the library prints on the error stream
     msfD_Sim sim;
-    if (Build(root, file)) sim = root.openSimReadOnly(file.c_str(), "demo", 0);
+    if (walkOnly || Build(root, file)) sim = root.openSimReadOnly(file.c_str(), "demo", 0);
     if (!sim) {
       std::printf("the database could not be built or reopened (see the error stream)\n");
       status = 1;

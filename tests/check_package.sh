@@ -1,8 +1,9 @@
 #!/bin/sh
 # Installs the built library into a scratch prefix, then builds and runs an
 # outside client twice: once through find_package, once through pkg-config.
+# With an interpreter as fourth argument, the installed Python module too.
 set -eu
-build="$1"; consumer="$2"; work="$3"
+build="$1"; consumer="$2"; work="$3"; python="${4:-}"
 rm -rf "$work"; mkdir -p "$work"
 cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
 cmake -S "$consumer" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" > "$work/configure.log"
@@ -33,3 +34,11 @@ LD_LIBRARY_PATH="$work/prefix/lib" "$work/examples/walk_database" "$work/example
 printf 'mesh: 4 nodes, 1 node sets\nsystem 0: structure\n' | cmp - "$work/walk.txt"
 LD_LIBRARY_PATH="$work/prefix/lib" "$work/number_dofs" "$work/example.sim" > "$work/dofs.txt"
 printf '4 nodes, 12 DOFs, permutation of 12 written\n' | cmp - "$work/dofs.txt"
+# The Python module and its stub, from the prefix alone (its run path finds
+# the library): the Python example walks the database the C++ client made.
+[ -z "$python" ] && exit 0
+module_dir=$(dirname "$(find "$work/prefix" -name 'ddb_pdm*.so' | head -1)")
+test -f "$module_dir/ddb_pdm.pyi"
+PYTHONPATH="$module_dir" "$python" "$examples/../python/walk_database.py" "$work/example.sim" \
+  > "$work/py_walk.txt"
+head -1 "$work/py_walk.txt" | grep -q '^mesh: 4 nodes'

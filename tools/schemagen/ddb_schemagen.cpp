@@ -30,33 +30,9 @@
 #include <string>
 #include <vector>
 
+#include "schema_table.h"
+
 namespace {
-
-struct Member {
-  std::string kind;  // simple, subobject, array, service
-  std::string name;
-  std::string type;  // C++ type (simple, service) or class name (subobject, array)
-  bool required = false;
-  int index = 0;
-};
-
-struct Table {
-  std::string source;
-  std::vector<std::string> comment;
-  std::string name;
-  std::string id;
-  std::string base;
-  bool root = false;
-  std::vector<Member> members;
-  std::vector<std::string> headers;      // for the declarations
-  std::vector<std::string> cppIncludes;  // for the definitions
-  std::vector<std::string> registered;
-};
-
-[[noreturn]] void Fail(const std::string& where, const std::string& why) {
-  std::cerr << where << ": " << why << "\n";
-  std::exit(1);
-}
 
 std::string Capital(const std::string& s) {
   std::string t = s;
@@ -67,107 +43,6 @@ std::string Capital(const std::string& s) {
 std::string Upper(const std::string& s) {
   std::string t;
   for (char c : s) t += (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
-  return t;
-}
-
-// The simple-typed member types the stream can carry (persistence/gbb_MemberRecords.h).
-bool IsMemberType(const std::string& type) {
-  static const char* const kScalars[] = {
-      "int", "double", "ada_string", "QELSimCollectionID", "QELSimCSetID", "QELSimDistributionID"};
-  for (const char* scalar : kScalars) {
-    if (type == scalar) return true;
-  }
-  for (const char* map : {"ada_MapString<", "ada_MapInt<"}) {
-    std::string prefix = map;
-    if (type.rfind(prefix, 0) == 0 && type.back() == '>') {
-      std::string value = type.substr(prefix.size(), type.size() - prefix.size() - 1);
-      return value.find('<') == std::string::npos && IsMemberType(value);
-    }
-  }
-  return false;
-}
-
-Table Parse(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) Fail(path, "cannot read");
-  Table t;
-  t.source = path;
-  std::string line;
-  int number = 0;
-  bool seenClass = false;
-  while (std::getline(in, line)) {
-    ++number;
-    std::string where = path + ":" + std::to_string(number);
-    if (!line.empty() && line[0] == '#') {
-      if (!seenClass) t.comment.push_back(line.size() > 1 ? line.substr(2) : "");
-      continue;
-    }
-    std::istringstream words(line);
-    std::vector<std::string> w;
-    for (std::string x; words >> x;) w.push_back(x);
-    if (w.empty()) continue;
-    const std::string& what = w[0];
-    auto need = [&](size_t n) {
-      if (w.size() < n) Fail(where, "too few words for '" + what + "'");
-    };
-    if (what == "class") {
-      need(3);
-      t.name = w[1];
-      t.id = w[2];
-      seenClass = true;
-    } else if (what == "base") {
-      need(3);
-      t.base = w[1];
-      t.headers.push_back(w[2]);
-    } else if (what == "root") {
-      t.root = true;
-    } else if (what == "simple") {
-      need(3);
-      Member m;
-      m.kind = what;
-      m.name = w[1];
-      m.type = w[2];
-      if (!IsMemberType(m.type)) Fail(where, "unknown member type '" + m.type + "'");
-      m.required = w.size() > 3 && w[3] == "required";
-      t.members.push_back(m);
-    } else if (what == "subobject" || what == "array") {
-      need(4);
-      Member m;
-      m.kind = what;
-      m.name = w[1];
-      m.type = w[2];
-      t.members.push_back(m);
-      t.headers.push_back(w[3]);
-    } else if (what == "service") {
-      need(3);
-      Member m;
-      m.kind = what;
-      m.name = w[1];
-      m.type = w[2];
-      t.members.push_back(m);
-    } else if (what == "register") {
-      need(3);
-      t.registered.push_back(w[1]);
-      t.cppIncludes.push_back(w[2]);
-    } else if (what == "include") {
-      need(2);
-      t.cppIncludes.push_back(w[1]);
-    } else {
-      Fail(where, "unknown declaration '" + what + "'");
-    }
-  }
-  if (t.name.empty()) Fail(path, "no class line");
-  // A member's index is the position of its name among all member names of
-  // the class, sorted by byte value.
-  std::vector<std::string> names;
-  for (const Member& m : t.members) names.push_back(m.name);
-  std::sort(names.begin(), names.end());
-  auto twice = std::adjacent_find(names.begin(), names.end());
-  if (twice != names.end()) Fail(path, "duplicate member '" + *twice + "'");
-  for (Member& m : t.members) {
-    m.index =
-        static_cast<int>(std::lower_bound(names.begin(), names.end(), m.name) - names.begin());
-  }
   return t;
 }
 
@@ -976,18 +851,6 @@ class Generator {
   bool derived_;
   std::string ptr_;
 };
-
-void WriteIfChanged(const std::string& path, const std::string& text) {
-  std::ifstream in(path);
-  if (in) {
-    std::ostringstream old;
-    old << in.rdbuf();
-    if (old.str() == text) return;  // keep the timestamp: nothing to rebuild
-  }
-  std::ofstream out(path);
-  if (!out) Fail(path, "cannot write");
-  out << text;
-}
 
 }  // namespace
 
