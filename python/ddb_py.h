@@ -108,6 +108,28 @@ void Change(F&& call) {
   SettleChange(messages.Take());
 }
 
+// ---- construction from Python -------------------------------------------------
+
+// Python can make an instance without running its constructor
+// (cls.__new__(cls), copy.copy, the __new__ of pybind11's base class), and
+// pybind11 would then hand the methods memory no constructor ran on. So no
+// class of the module keeps pybind11's allocating __new__: a class whose
+// objects only the module makes refuses it, and a class Python constructs
+// builds the whole object in it (its __init__ then finds the object built
+// and leaves it). Both are C-level slots, so that Python's own check stops
+// reaching past them to a base class's __new__.
+void RefuseNew(py::handle cls);
+// Makes `make` the class's constructor, called from its __new__ (through
+// the static `_make`, whose overloads accumulate).
+void ConstructInNew(py::handle cls);
+
+template <class T, class... Args, class... Extra>
+void DefineConstructor(py::class_<T>& cls, T (*make)(Args...), const Extra&... extra) {
+  cls.def(py::init(make), extra...);
+  cls.def_static("_make", make, extra...);
+  ConstructInNew(cls);
+}
+
 // ---- lives --------------------------------------------------------------------
 
 class Life {
@@ -497,12 +519,13 @@ void DefineArrayClass(py::module_& m, const char* name, const char* doc) {
     int i = ArrayIndex(index, ReadCount([&] { return array.count(); }));
     return MakeObject(Read([&] { return array.get(i); }), self.life());
   };
-  py::class_<Held<A>>(m, name, doc)
-      .def("__len__",
-           [](const Held<A>& self) {
-             const A& array = self.get();
-             return ReadCount([&] { return array.count(); });
-           })
+  py::class_<Held<A>> cls(m, name, doc);
+  RefuseNew(cls);
+  cls.def("__len__",
+          [](const Held<A>& self) {
+            const A& array = self.get();
+            return ReadCount([&] { return array.count(); });
+          })
       .def("__getitem__", get, py::arg("index"))
       .def(
           "append",
@@ -580,7 +603,9 @@ void DefineRoot(Class<X>& c) {
 template <class X>
 Class<X> DefineClass(py::module_& m, const char* doc) {
   RegisterMaker(Schema<X>::Class(), &MakeAs<X>);
-  return Class<X>(m, Schema<X>::Name(), doc);
+  Class<X> cls(m, Schema<X>::Name(), doc);
+  RefuseNew(cls);
+  return cls;
 }
 
 // ---- the module's parts -----------------------------------------------------------

@@ -103,6 +103,31 @@ void SettleChange(const std::string& messages) {
   if (!messages.empty()) throw Error(messages);
 }
 
+namespace {
+
+// The class's own __new__, in its dictionary: Python finds it before the one
+// pybind11's base class inherits from `object`, and points the C-level slot
+// at it, so that every path to a new instance goes through it.
+template <class F>
+void SetNew(py::handle cls, F make) {
+  cls.attr("__new__") = py::staticmethod(py::cpp_function(make));
+}
+
+}  // namespace
+
+void RefuseNew(py::handle cls) {
+  SetNew(cls, [](py::handle type, const py::args&, const py::kwargs&) -> py::object {
+    throw py::type_error(std::string("a ") + reinterpret_cast<PyTypeObject*>(type.ptr())->tp_name +
+                         " is made by the module, not directly");
+  });
+}
+
+void ConstructInNew(py::handle cls) {
+  SetNew(cls, [](py::handle type, const py::args& args, const py::kwargs& kwargs) {
+    return type.attr("_make")(*args, **kwargs);
+  });
+}
+
 // ---- lives ------------------------------------------------------------------------
 
 Life::~Life() {}
@@ -303,6 +328,10 @@ struct RootRef {
   std::shared_ptr<RootState> state;
 };
 
+RootRef MakeRoot(bool trace) {
+  return RootRef{std::make_shared<RootState>(trace ? 1 : 0)};
+}
+
 const SimLife& SimLifeOf(const Object& sim) {
   auto* life = dynamic_cast<const SimLife*>(sim.life().get());
   if (life == nullptr) throw py::type_error("not a sim of a Root");
@@ -394,7 +423,9 @@ std::vector<uint64_t> Key(const QELSimDistributionID& id) {
 
 template <class Id>
 py::class_<IdRef<Id>> DefineId(py::module_& m, const char* doc) {
-  return py::class_<IdRef<Id>>(m, HeldName(static_cast<const Id*>(nullptr)), doc)
+  py::class_<IdRef<Id>> cls(m, HeldName(static_cast<const Id*>(nullptr)), doc);
+  RefuseNew(cls);
+  return cls
       .def(
           "__eq__", [](const IdRef<Id>& a, const IdRef<Id>& b) { return a.raw() == b.raw(); },
           py::is_operator())
@@ -521,8 +552,10 @@ void BindIdentifiers(py::module_& m) {
           },
           "The values in the order of the ordered set (int32).");
 
-  py::class_<Held<QELSimContextID>>(m, "Service",
-                                    "The service context of one database: where bulk data lives.")
+  py::class_<Held<QELSimContextID>> service(
+      m, "Service", "The service context of one database: where bulk data lives.");
+  RefuseNew(service);
+  service
       .def(
           "create_collection",
           [](const Held<QELSimContextID>& self, int size) {
@@ -536,8 +569,10 @@ void BindIdentifiers(py::module_& m) {
         return "<ddb_pdm.Service " + std::to_string(self.get().Number()) + ">";
       });
 
-  py::class_<Held<gbb_SchemaSnapshot>>(m, "SchemaSnapshot",
-                                       "The classes a database knows, by identifier.")
+  py::class_<Held<gbb_SchemaSnapshot>> snapshot(m, "SchemaSnapshot",
+                                                "The classes a database knows, by identifier.");
+  RefuseNew(snapshot);
+  snapshot
       .def("__len__",
            [](const Held<gbb_SchemaSnapshot>& self) { return self.get().Impl()->Count(); })
       .def("__contains__", [](const Held<gbb_SchemaSnapshot>& self, const std::string& id) {
@@ -552,12 +587,11 @@ void BindRoot(py::module_& m) {
     return [mode](RootRef& self, const std::filesystem::path& file, const std::string& alias,
                   bool sync) { return self.state->Open(mode, file, alias, sync); };
   };
-  py::class_<RootRef>(m, "Root",
-                      "The entry point: creates, opens and closes databases. As a context manager "
-                      "it closes what is open when the block ends.")
-      .def(py::init([](bool trace) { return RootRef{std::make_shared<RootState>(trace ? 1 : 0)}; }),
-           py::arg("trace") = false)
-      .def("create_sim", open(RootState::kCreate), py::arg("file"), py::arg("alias") = "",
+  py::class_<RootRef> root(m, "Root",
+                           "The entry point: creates, opens and closes databases. As a context "
+                           "manager it closes what is open when the block ends.");
+  DefineConstructor(root, &MakeRoot, py::arg("trace") = false);
+  root.def("create_sim", open(RootState::kCreate), py::arg("file"), py::arg("alias") = "",
            py::kw_only(), py::arg("sync_commits") = false, "A new database file.")
       .def("open_sim", open(RootState::kUpdate), py::arg("file"), py::arg("alias") = "",
            py::kw_only(), py::arg("sync_commits") = false, "An existing database, for update.")
@@ -615,7 +649,9 @@ void BindRoot(py::module_& m) {
 }
 
 void BindObject(py::module_& m) {
-  py::class_<Object>(m, "Object", "The base of every class of the schema.")
+  py::class_<Object> object(m, "Object", "The base of every class of the schema.");
+  RefuseNew(object);
+  object
       .def_property_readonly("class_id",
                              [](const Object& self) {
                                self.Require();

@@ -222,42 +222,44 @@ py::tuple NodeDofs(const Numbering& self, py::handle positions, F nodeDof) {
                         dof(py::reinterpret_borrow<py::object>(positions)));
 }
 
+// The numbering of a mask distribution. The library stops the process on a
+// distribution it cannot read, so what it would stop on is checked first.
+Numbering FromDistribution(const IdRef<QELSimDistributionID>& masks, int shift, bool addLabel10) {
+  const QELSimDistributionID& id = masks.get();
+  Messages messages;
+  int drawers = QELSimDistributionRef(id).NumDrawers();
+  std::string text = messages.Take();
+  if (drawers != 1) throw Error(text.empty() ? "a mask distribution has one drawer" : text);
+  CheckNodeCount(Drawer(id).DataSizeItems(0));
+  std::unique_ptr<fesD_NodalDofDefinition> definition;
+  Messages reading;
+  definition.reset(new fesD_NodalDofDefinition(id, shift, addLabel10));
+  Settle(reading.Take(), true);
+  return Numbering(std::move(definition));
+}
+
+// The numbering of an array of masks, copied into the block the library adopts.
+Numbering FromMasks(py::handle masks, int shift, bool addLabel10) {
+  auto values = Int32Array(masks, "masks");
+  CheckNodeCount(values.size());
+  int n = static_cast<int>(values.size());
+  int* copy = static_cast<int*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(n, sizeof(int))));
+  std::copy(values.data(), values.data() + n, copy);
+  return Numbering(std::make_unique<fesD_NodalDofDefinition>(copy, n, shift, addLabel10));
+}
+
 }  // namespace
 
 void BindNumbering(py::module_& m) {
-  py::class_<Numbering>(m, "NodalDofDefinition",
-                        "The numbering of the active DOFs of a mesh from per-node activity masks "
-                        "(bit label-1 set: that DOF label exists at the node), and its relation "
-                        "to a solver's order of unknowns.")
-      .def(py::init([](const IdRef<QELSimDistributionID>& masks, int shift, bool addLabel10) {
-             const QELSimDistributionID& id = masks.get();
-             // The library stops the process on a distribution it cannot read.
-             Messages messages;
-             int drawers = QELSimDistributionRef(id).NumDrawers();
-             std::string text = messages.Take();
-             if (drawers != 1)
-               throw Error(text.empty() ? "a mask distribution has one drawer" : text);
-             CheckNodeCount(Drawer(id).DataSizeItems(0));
-             std::unique_ptr<fesD_NodalDofDefinition> definition;
-             Messages reading;
-             definition.reset(new fesD_NodalDofDefinition(id, shift, addLabel10));
-             Settle(reading.Take(), true);
-             return Numbering(std::move(definition));
-           }),
-           py::arg("masks"), py::arg("shift") = 0, py::arg("add_label10") = false)
-      .def(
-          py::init([](py::handle masks, int shift, bool addLabel10) {
-            auto values = Int32Array(masks, "masks");
-            CheckNodeCount(values.size());
-            int n = static_cast<int>(values.size());
-            // Adopted by the numbering, which releases it.
-            int* copy =
-                static_cast<int*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(n, sizeof(int))));
-            std::copy(values.data(), values.data() + n, copy);
-            return Numbering(std::make_unique<fesD_NodalDofDefinition>(copy, n, shift, addLabel10));
-          }),
-          py::arg("masks"), py::arg("shift") = 0, py::arg("add_label10") = false)
-      .def_property_readonly("number_of_nodes", &Numbering::Nodes)
+  py::class_<Numbering> numbering(
+      m, "NodalDofDefinition",
+      "The numbering of the active DOFs of a mesh from per-node activity masks (bit label-1 set: "
+      "that DOF label exists at the node), and its relation to a solver's order of unknowns.");
+  DefineConstructor(numbering, &FromDistribution, py::arg("masks"), py::arg("shift") = 0,
+                    py::arg("add_label10") = false);
+  DefineConstructor(numbering, &FromMasks, py::arg("masks"), py::arg("shift") = 0,
+                    py::arg("add_label10") = false);
+  numbering.def_property_readonly("number_of_nodes", &Numbering::Nodes)
       .def_property_readonly("max_nodal_dof", &Numbering::MaxNodalDof)
       .def_property_readonly("number_of_dofs", &Numbering::Dofs)
       .def_property_readonly(

@@ -1,6 +1,7 @@
 """Errors, warnings, use after close and ownership: nothing a Python program
 does through the module may crash the interpreter, and what the library
 says reaches Python, not standard error."""
+import copy
 import gc
 import subprocess
 import sys
@@ -238,6 +239,23 @@ def test_ownership_moves_with_assignment_and_append(root, tmp_path):
     root.close_sim(sim)
     with pytest.raises(ddb.Error, match="used after its database was closed"):
         damping.alpha
+
+
+def test_instances_come_whole_or_not_at_all(root, tmp_path):
+    """Python can make an instance without its constructor; none may reach a method."""
+    sim, c = make_tree(root, tmp_path / "new.sim")
+    classes = [c for c in vars(ddb).values() if isinstance(c, type) and not issubclass(c, Exception)]
+    built = {ddb.Root: ddb.Root.__new__(ddb.Root),
+             ddb.NodalDofDefinition: ddb.NodalDofDefinition.__new__(ddb.NodalDofDefinition, [3])}
+    for cls in classes:
+        if cls in built:
+            continue
+        with pytest.raises(TypeError, match=f"^a ddb_pdm.{cls.__name__} is made by the module, not directly$"):
+            cls.__new__(cls)
+    assert not built[ddb.Root].closed and built[ddb.NodalDofDefinition].number_of_dofs == 2
+    for value in (sim, c, sim.service, sim.discrete_model.mesh.systems, built[ddb.Root]):
+        with pytest.raises(TypeError):
+            copy.copy(value)
 
 
 def test_no_program_crashes_the_interpreter(tmp_path):
