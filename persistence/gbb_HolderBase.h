@@ -17,6 +17,15 @@
 #include "persistence/gbb_TraverseContext.h"
 #include "platform/core/aio_ostream.h"
 
+// The handle of an implementation's outer interface, with that interface's
+// class (an empty handle for no implementation or no interface).
+template <class TImpl>
+gbb_Handle gbb_OuterHandle(TImpl* impl) {
+  if (impl == nullptr || impl->Interface() == nullptr) return gbb_Handle();
+  auto* outer = impl->Interface();
+  return gbb_Handle(static_cast<gbb_ObjectInterface*>(outer), outer->Class());
+}
+
 template <class TImpl>
 struct gbb_HolderToken {
   gbb_HolderToken(TImpl* o, unsigned f) : object(o), flags(f) {}
@@ -73,11 +82,7 @@ class gbb_HolderBase {
   }
 
   // The handle of the owned object: its outer interface and that interface's class.
-  gbb_Handle MakeHandle() const {
-    if (m_object == nullptr || m_object->Interface() == nullptr) return gbb_Handle();
-    auto* outer = m_object->Interface();
-    return gbb_Handle(static_cast<gbb_ObjectInterface*>(outer), outer->Class());
-  }
+  gbb_Handle MakeHandle() const { return gbb_OuterHandle(m_object); }
 
   // The holder's step of a path resolution. A part of a derived object (flag
   // 2) takes the current step itself; any other object is shown to the

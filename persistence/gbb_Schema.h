@@ -16,6 +16,7 @@
 #include "persistence/gbb_MemoryStream.h"
 #include "persistence/gbb_Path.h"
 #include "persistence/gbb_SchemaSnapshot.h"
+#include "persistence/gbb_SchemaFamily.h"
 #include "persistence/gbb_SchemaSupport.h"
 #include "persistence/gbb_TraverseContext.h"
 #include "persistence/gbb_TypedLink.h"

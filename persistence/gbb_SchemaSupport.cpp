@@ -1,5 +1,7 @@
 #include "persistence/gbb_SchemaSupport.h"
 
+#include <cstdio>
+
 #include "persistence/gbb_Link.h"
 #include "persistence/gbb_SchemaSnapshot.h"
 
@@ -9,6 +11,18 @@ void gbb_Members::verify() {}
 
 void gbb_ReportEmptyHandle(const char* qualifiedName) {
   aio_cerr.print("**ERROR ").print(qualifiedName).print(": called on an empty handle\n");
+}
+
+void gbb_ReportEmptyHandle(const char* className, const char* operation) {
+  aio_cerr.print("**ERROR ").print(className).print("::").print(operation);
+  aio_cerr.print(": called on an empty handle\n");
+}
+
+gbb_FamilyNames::gbb_FamilyNames(const char* className) {
+  std::snprintf(holder, sizeof holder, "%sHolder", className);
+  std::snprintf(impl, sizeof impl, "%sImpl", className);
+  std::snprintf(access, sizeof access, "%sAccess", className);
+  std::snprintf(members, sizeof members, "%sMembers", className);
 }
 
 gbb_ObjectInterface* gbb_OpenByClass(gbb_Path parent, int index, const gbb_Group& group,

@@ -17,8 +17,8 @@
 #include "persistence/gbb_Path.h"
 #include "platform/core/aio_ostream.h"
 #include "platform/core/ddb_export.h"
-#include "platform/hdf/hdf_File.h"
 #include "platform/core/mem.h"
+#include "platform/hdf/hdf_File.h"
 
 // Base of every value record XMembers.
 class DDB_API gbb_Members : public mem_AllocationOperatorsTiny {
@@ -35,6 +35,18 @@ constexpr const char kMembersDataset[] = "#simpleTypeMembers";
 
 // "**ERROR <qualifiedName>: called on an empty handle\n".
 DDB_API void gbb_ReportEmptyHandle(const char* qualifiedName);
+// "**ERROR <className>::<operation>: called on an empty handle\n".
+DDB_API void gbb_ReportEmptyHandle(const char* className, const char* operation);
+
+// The names a schema class family's messages use, made from the class name
+// X: "XHolder", "XImpl", "XAccess", "XMembers".
+struct DDB_API gbb_FamilyNames {
+  explicit gbb_FamilyNames(const char* className);
+  char holder[72];
+  char impl[72];
+  char access[72];
+  char members[72];
+};
 
 // What an operation on an empty handle answers after its message.
 template <class T>
@@ -70,45 +82,54 @@ DDB_API void gbb_ReportLoadError(const char* implName, int status);
 
 // Lazy loading of a sub-object member: an unresolved holder is opened from
 // the sub-group named after the member when it exists, else it becomes an
-// empty, resolved holder. A failed open leaves it unresolved.
+// empty, resolved holder. A failed open leaves it unresolved. Answers the
+// member's handle.
 template <class THolder>
-void gbb_LoadSubobject(THolder& holder, const gbb_Group& group, const char* name, gbb_Path path,
+auto gbb_LoadSubobject(THolder& holder, const gbb_Group& group, const char* name, gbb_Path path,
                        int index, int traceFlag) {
-  if (holder.IsResolved()) return;
-  if (group.Exists(name)) {
-    holder = THolder::Open(path, index, group.OpenGroup(name), traceFlag);
-  } else {
-    holder = typename THolder::Token(nullptr, 1);
+  if (!holder.IsResolved()) {
+    if (group.Exists(name)) {
+      holder = THolder::Open(path, index, group.OpenGroup(name), traceFlag);
+    } else {
+      holder = typename THolder::Token(nullptr, 1);
+    }
   }
+  return holder.Get();
 }
 
 // Lazy loading of an array member: an unresolved array is opened on the
-// repository named after the member.
+// repository named after the member. Answers the array's handle.
 template <class TArrayHolder>
-void gbb_LoadArray(TArrayHolder& holder, const gbb_Group& group, const char* name, gbb_Path path,
+auto gbb_LoadArray(TArrayHolder& holder, const gbb_Group& group, const char* name, gbb_Path path,
                    int index, int traceFlag) {
-  if (!holder.IsEmpty()) return;
-  holder = TArrayHolder::Open(path, index, group.OpenRepository(name), traceFlag);
+  if (holder.IsEmpty()) {
+    holder = TArrayHolder::Open(path, index, group.OpenRepository(name), traceFlag);
+  }
+  return holder.Get();
 }
 
 // The sub-object setter: an empty slot takes the offered object (placed at
 // (path, index), and bound to a new sub-group when the owner is connected);
-// an occupied slot refuses with `refusal`. The caller then answers the
-// slot's handle and closes `offered` (destroying a refused object).
+// an occupied slot refuses with `refusal`. Answers the slot's handle, then
+// closes `offered` (destroying a refused object).
 template <class THolder>
-void gbb_SetSubobject(THolder& slot, THolder& offered, bool connected, const gbb_Group& group,
+auto gbb_SetSubobject(THolder& slot, THolder& offered, bool connected, const gbb_Group& group,
                       const char* name, gbb_Path path, int index, const char* refusal) {
   if (!slot.IsEmpty()) {
     aio_cerr.print(refusal);
-    return;
+  } else {
+    slot = offered;
+    if (!slot.IsEmpty()) {
+      slot.SetPath(path, index);
+      if (connected) {
+        hdf_WriteBatch transaction(group.Platform().Id());  // the whole sub-tree, or nothing
+        slot.Bind(group.CreateGroup(name));
+      }
+    }
   }
-  slot = offered;
-  if (slot.IsEmpty()) return;
-  slot.SetPath(path, index);
-  if (connected) {
-    hdf_WriteBatch transaction(group.Platform().Id());  // the whole sub-tree, or nothing
-    slot.Bind(group.CreateGroup(name));
-  }
+  auto result = slot.Get();
+  offered.Close();
+  return result;
 }
 
 #endif  // DDB_PERSISTENCE_GBB_SCHEMASUPPORT_H_

@@ -40,7 +40,6 @@ simple nodeSets ada_MapString<QELSimCSetID>
     (["class xyz_A a\nsimple close int\n"], "member 'close' would hide the module's 'close'"),
     (["class xyz_A a\nsimple fooBar int\nsimple foo_bar int\n"], "two members named 'foo_bar' in Python"),
     (["class xyz_A a\nbase xyz_B b.h\nsimple x int\n"], "the base class 'xyz_B' has no table here"),
-    (["class xyz_A a\nservice s gbb_Other\n"], "no Python form for the service member type 'gbb_Other'"),
     (["class xyz_B b\nsimple x int\n", "class xyz_A a\nbase xyz_B b.h\nsimple x double\n"],
      "two members named 'x' in Python"),
 ])

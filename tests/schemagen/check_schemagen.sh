@@ -39,10 +39,13 @@ simple a float"
 refused "$work/bad.schema:2: unknown member type 'ada_MapString<ada_MapInt<int>>'" \
 "class X com.trevolo.X
 simple a ada_MapString<ada_MapInt<int>>"
-refused "$work/bad.schema: a derived class needs its base's table as third argument" \
+refused "$work/bad.schema: cannot read the table of base xyz_B ('xyz/xyz_B.schema')" \
 "class X com.trevolo.X
-base fesD_FESystem fes/fesD_FESystem.h
+base xyz_B xyz/xyz_B.h
 simple a int"
+refused "$work/bad.schema:2: unknown service type 'gbb_Other'" \
+"class X com.trevolo.X
+service s gbb_Other"
 refused "$work/bad.schema: no class line" \
 "simple a int"
 exit $fail

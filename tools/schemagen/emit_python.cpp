@@ -101,11 +101,8 @@ std::string ArrayClass(const Class& c, const Member& m) {
 
 // "<table name>: <kind> <type>", which tests and readers can rely on.
 std::string MemberDoc(const Member& m) {
-  static const std::map<std::string, std::string> kinds = {{"simple", ""},
-                                                           {"subobject", "sub-object "},
-                                                           {"array", "array of "},
-                                                           {"service", "service "}};
-  std::string doc = m.name + ": " + kinds.at(m.kind) + m.type;
+  static const char* const kKinds[] = {"", "sub-object ", "array of ", "service "};
+  std::string doc = m.name + ": " + kKinds[static_cast<int>(m.kind)] + m.type;
   return m.required ? doc + ", required" : doc;
 }
 
@@ -157,7 +154,7 @@ class Emitter {
     std::vector<Member> required;
     if (!c.base.empty()) required = Required(*m_byName.at(c.base));
     for (const Member& m : c.members) {
-      if (m.kind == "simple" && m.required) required.push_back(m);
+      if (m.kind == MemberKind::kSimple && m.required) required.push_back(m);
     }
     return required;
   }
@@ -204,11 +201,11 @@ class Emitter {
       std::string get = "&" + X + "::" + m.name;
       std::string set = "&" + X + "::" + Capital(m.name);
       std::string doc = Literal(MemberDoc(m));
-      if (m.kind == "simple") {
+      if (m.kind == MemberKind::kSimple) {
         o << "    DefineSimple(c, " << py << ", " << get << ", " << set << ", " << doc << ");\n";
-      } else if (m.kind == "subobject") {
+      } else if (m.kind == MemberKind::kSubobject) {
         o << "    DefineSubobject(c, " << py << ", " << get << ", " << set << ", " << doc << ");\n";
-      } else if (m.kind == "array") {
+      } else if (m.kind == MemberKind::kArray) {
         o << "    DefineArray(c, m, " << py << ", " << get << ", " << Literal(ArrayClass(c, m))
           << ", " << doc << ");\n";
       } else {
@@ -262,20 +259,20 @@ class Emitter {
     }
     for (const Member& m : c.members) {
       std::string py = PythonMemberName(m);
-      if (m.kind == "simple") {
+      if (m.kind == MemberKind::kSimple) {
         o << "    " << py << ": " << StubType(m.type) << "\n";
-      } else if (m.kind == "subobject") {
+      } else if (m.kind == MemberKind::kSubobject) {
         o << "    @property\n    def " << py << "(self) -> Optional[" << PythonClassName(m.type)
           << "]: ...\n";
         o << "    @" << py << ".setter\n    def " << py
           << "(self, value: " << PythonClassName(m.type) << ") -> None: ...\n";
       } else {
-        std::string type = m.kind == "array" ? ArrayClass(c, m) : ServiceClass(c, m);
+        std::string type = m.kind == MemberKind::kArray ? ArrayClass(c, m) : ServiceClass(c, m);
         o << "    @property\n    def " << py << "(self) -> " << type << ": ...\n";
       }
     }
     for (const Member& m : c.members) {
-      if (m.kind != "array") continue;
+      if (m.kind != MemberKind::kArray) continue;
       std::string element = PythonClassName(m.type);
       o << "\nclass " << ArrayClass(c, m) << ":\n";
       o << "    \"\"\"The " << m.name << " of a " << name << ": elements are read when first used"
@@ -299,7 +296,8 @@ std::string PythonClassName(const std::string& cppName) {
 }
 
 std::string PythonMemberName(const Member& member) {
-  if (member.kind == "service" && member.type == "gbb_DistributionService") return "service";
+  if (member.kind == MemberKind::kService && member.type == "gbb_DistributionService")
+    return "service";
   const std::string& s = member.name;
   std::string out;
   for (size_t i = 0; i < s.size(); ++i) {

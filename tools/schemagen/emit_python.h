@@ -13,10 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "schema_table.h"  // MemberKind
+
 namespace emit_python {
 
 struct Member {
-  std::string kind;  // simple, subobject, array, service
+  MemberKind kind = MemberKind::kSimple;
   std::string name;  // as in the table (camelCase)
   std::string type;  // C++ type (simple, service) or class name (subobject, array)
   bool required = false;

@@ -29,6 +29,43 @@ bool IsMemberType(const std::string& type) {
   return false;
 }
 
+// What the root object can answer as a service member.
+bool IsServiceType(const std::string& type) {
+  return type == "gbb_DistributionService" || type == "gbb_SchemaSnapshot";
+}
+
+std::vector<const Member*> Table::Of(MemberKind kind) const {
+  std::vector<const Member*> list;
+  for (const Member& m : members) {
+    if (m.kind == kind) list.push_back(&m);
+  }
+  return list;
+}
+
+std::vector<const Member*> Table::Required() const {
+  std::vector<const Member*> list;
+  for (const Member& m : members) {
+    if (m.kind == MemberKind::kSimple && m.required) list.push_back(&m);
+  }
+  return list;
+}
+
+Table Load(const std::string& path) {
+  Table table = Parse(path);
+  if (!table.Derived()) return table;
+  const std::string& header = table.baseHeader;
+  size_t dot = header.rfind(".h");
+  std::string basePath = header.substr(0, dot) + ".schema";
+  if (dot == std::string::npos || !std::ifstream(basePath)) {
+    Fail(path, "cannot read the table of base " + table.base + " ('" + basePath + "')");
+  }
+  Table base = Parse(basePath);
+  if (base.name != table.base)
+    Fail(basePath, "is the table of " + base.name + ", not " + table.base);
+  for (const Member* m : base.Required()) table.baseRequired.push_back(*m);
+  return table;
+}
+
 Table Parse(const std::string& path) {
   std::ifstream in(path);
   if (!in) Fail(path, "cannot read");
@@ -60,13 +97,14 @@ Table Parse(const std::string& path) {
     } else if (what == "base") {
       need(3);
       t.base = w[1];
+      t.baseHeader = w[2];
       t.headers.push_back(w[2]);
     } else if (what == "root") {
       t.root = true;
     } else if (what == "simple") {
       need(3);
       Member m;
-      m.kind = what;
+      m.kind = MemberKind::kSimple;
       m.name = w[1];
       m.type = w[2];
       if (!IsMemberType(m.type)) Fail(where, "unknown member type '" + m.type + "'");
@@ -75,7 +113,7 @@ Table Parse(const std::string& path) {
     } else if (what == "subobject" || what == "array") {
       need(4);
       Member m;
-      m.kind = what;
+      m.kind = what == "array" ? MemberKind::kArray : MemberKind::kSubobject;
       m.name = w[1];
       m.type = w[2];
       t.members.push_back(m);
@@ -83,9 +121,10 @@ Table Parse(const std::string& path) {
     } else if (what == "service") {
       need(3);
       Member m;
-      m.kind = what;
+      m.kind = MemberKind::kService;
       m.name = w[1];
       m.type = w[2];
+      if (!IsServiceType(m.type)) Fail(where, "unknown service type '" + m.type + "'");
       t.members.push_back(m);
     } else if (what == "register") {
       need(3);

@@ -7,23 +7,52 @@
 #include "persistence/gbb_Schema.h"
 
 class fesD_SubDamp;
-class fesD_SubDampAccess;
 class fesD_SubDampHolder;
 class fesD_SubDampImpl;
 class fesD_SubDampInterface;
+class fesD_SubDampMembers;
 typedef gbb_HolderToken<fesD_SubDampImpl> fesD_SubDampHolderMoveSrc;
+
+// The family of fesD_SubDamp (see persistence/gbb_SchemaFamily.h).
+struct fesD_SubDampFamily {
+  typedef fesD_SubDamp Handle;
+  typedef fesD_SubDampHolder Holder;
+  typedef fesD_SubDampImpl Object;
+  typedef fesD_SubDampInterface Outer;
+  typedef fesD_SubDampMembers Record;
+  static constexpr bool kDerived = false;
+  static constexpr const char kName[] = "fesD_SubDamp";
+  // Member indices: each name's position among the class's member names,
+  // sorted by their bytes. They tag stored records and number path steps.
+  enum MemberIndex {
+    kAlpha = 0,
+    kBeta = 1,
+    kMass = 2,
+    kStructural = 3,
+    kVolume = 4,
+  };
+};
 
 // The value record: every simple-typed member, in save order.
 class DDB_API fesD_SubDampMembers : public gbb_Members {
  public:
-  fesD_SubDampMembers();
-  ~fesD_SubDampMembers() override;
+  fesD_SubDampMembers() {}
 
-  double alpha;
-  double beta;
-  double structural;
-  double mass;
-  double volume;
+  double alpha = 0.0;
+  double beta = 0.0;
+  double structural = 0.0;
+  double mass = 0.0;
+  double volume = 0.0;
+
+  // Calls visit(index, member) for every member, in save order.
+  template <class R, class V>
+  static void Visit(R& record, V&& visit) {
+    visit(fesD_SubDampFamily::kAlpha, record.alpha);
+    visit(fesD_SubDampFamily::kBeta, record.beta);
+    visit(fesD_SubDampFamily::kStructural, record.structural);
+    visit(fesD_SubDampFamily::kMass, record.mass);
+    visit(fesD_SubDampFamily::kVolume, record.volume);
+  }
 };
 
 class DDB_API fesD_SubDampInterface : public gbb_ObjectInterface {
@@ -37,14 +66,22 @@ class DDB_API fesD_SubDampInterface : public gbb_ObjectInterface {
   static gbb_Class StaticClass();
 };
 
-class DDB_API fesD_SubDamp {
+class DDB_API fesD_SubDampImpl : public gbb_SchemaImpl<fesD_SubDampFamily> {
  public:
-  fesD_SubDamp();
-  fesD_SubDamp(const gbb_Handle& handle);  // NOLINT: a checked conversion
+  fesD_SubDampImpl(fesD_SubDampInterface* outer, int traceFlag);
+  fesD_SubDampImpl(fesD_SubDampInterface* outer, gbb_Path parent, int index, const gbb_Group& group,
+                   int traceFlag);
+
+  void Bind(const gbb_Group& group) override;
+  void SetPath(gbb_Path parent, int index) override;
+  gbb_Handle Traverse(gbb_TraverseContext& context) override;
+  fesD_SubDamp Impl() override;
+};
+
+class DDB_API fesD_SubDamp : public gbb_SchemaHandle<fesD_SubDampFamily> {
+ public:
+  using gbb_SchemaHandle::gbb_SchemaHandle;
   operator gbb_Handle() const;
-  bool operator!() const { return m_impl == nullptr; }
-  // Whether both handles designate the same object (neither is dereferenced).
-  bool IsSame(const fesD_SubDamp& other) const { return m_impl == other.m_impl; }
 
   static fesD_SubDampHolder New(int traceFlag);
   static fesD_SubDampHolder New(fesD_SubDampInterface* outer, int traceFlag);
@@ -59,118 +96,22 @@ class DDB_API fesD_SubDamp {
   void Mass(double value) const;
   double volume() const;
   void Volume(double value) const;
-
- private:
-  gbb_Path Path() const;
-  explicit fesD_SubDamp(fesD_SubDampImpl* impl);
-  friend class fesD_SubDampAccess;
-  friend class fesD_SubDampHolder;
-  friend class fesD_SubDampImpl;
-  fesD_SubDampImpl* m_impl;
 };
 
 // Owns one fesD_SubDamp (see gbb_HolderBase.h).
-class DDB_API fesD_SubDampHolder : public gbb_HolderBase<fesD_SubDampImpl> {
+class DDB_API fesD_SubDampHolder : public gbb_SchemaHolder<fesD_SubDampFamily> {
  public:
-  typedef fesD_SubDampHolderMoveSrc Token;
-  fesD_SubDampHolder() {}
-  fesD_SubDampHolder(fesD_SubDampHolderMoveSrc source) { Adopt(source); }  // NOLINT
-  // Ownership moves out of `other`, which is left empty.
-  fesD_SubDampHolder(fesD_SubDampHolder& other) : gbb_HolderBase<fesD_SubDampImpl>() {
-    fesD_SubDampHolderMoveSrc token = other.Release();
-    Adopt(token);
-  }
-  fesD_SubDampHolder& operator=(fesD_SubDampHolderMoveSrc source) {
-    Adopt(source);
-    return *this;
-  }
-  fesD_SubDampHolder& operator=(fesD_SubDampHolder& other) {
-    if (this != &other) {
-      fesD_SubDampHolderMoveSrc token = other.Release();
-      Adopt(token);
-    }
-    return *this;
-  }
-  operator fesD_SubDampHolderMoveSrc() { return Release(); }  // NOLINT
+  using gbb_SchemaHolder::gbb_SchemaHolder;
+  using gbb_SchemaHolder::operator=;
 
   fesD_SubDamp Get() const;
-  void Bind(const gbb_Group& group);
-  void SetPath(gbb_Path parent, int index);
   gbb_Handle Traverse(gbb_TraverseContext& context);
-  static fesD_SubDampHolder Open(gbb_Path parent, int index, const gbb_Group& group, int traceFlag);
-  static fesD_SubDampHolder Open(fesD_SubDampInterface* outer, gbb_Path parent, int index,
-                                 const gbb_Group& group, int traceFlag);
-
- private:
-  fesD_SubDampHolder(fesD_SubDampImpl* object, unsigned flags)
-      : gbb_HolderBase<fesD_SubDampImpl>(object, flags) {}
-  friend class fesD_SubDamp;
-  friend class fesD_SubDampImpl;
 };
 
 // Edits the value record; edits are stored by commit() and dropped otherwise.
-class DDB_API fesD_SubDampAccess {
+class DDB_API fesD_SubDampAccess : public gbb_SchemaAccess<fesD_SubDampFamily> {
  public:
-  explicit fesD_SubDampAccess(fesD_SubDamp handle);
-  ~fesD_SubDampAccess();
-  fesD_SubDampMembers& members();
-  void commit();
-
- private:
-  fesD_SubDampAccess(const fesD_SubDampAccess&) = delete;
-  fesD_SubDampAccess& operator=(const fesD_SubDampAccess&) = delete;
-  fesD_SubDampImpl* m_impl;
-  fesD_SubDampMembers* m_members;
-};
-
-class DDB_API fesD_SubDampImpl : public fesD_SubDampInterface {
- public:
-  fesD_SubDampImpl(fesD_SubDampInterface* outer, int traceFlag);
-  fesD_SubDampImpl(fesD_SubDampInterface* outer, gbb_Path parent, int index, const gbb_Group& group,
-                   int traceFlag);
-  ~fesD_SubDampImpl() override;
-
-  // Member indices: each name's position among the class's member names,
-  // sorted by their bytes. They tag stored records and number path steps.
-  enum MemberIndex {
-    kAlpha = 0,
-    kBeta = 1,
-    kMass = 2,
-    kStructural = 3,
-    kVolume = 4,
-  };
-
-  void Bind(const gbb_Group& group) override;
-  void SetPath(gbb_Path parent, int index) override;
-  gbb_Handle Traverse(gbb_TraverseContext& context) override;
-  gbb_Class Class() override;
-  fesD_SubDamp Impl() override;
-
-  fesD_SubDampInterface* Interface() const { return m_outer; }
-  gbb_Path Path() const { return &m_path; }
-  bool IsConnected() const { return m_connected; }
-  int TraceFlag() const { return m_trace; }
-
-  // The cached value record, loaded or created on first use.
-  fesD_SubDampMembers& Members();
-  fesD_SubDampMembers* CachedMembers() const { return m_members; }
-  void SetCachedMembers(fesD_SubDampMembers* members) { m_members = members; }
-  fesD_SubDampMembers* CreateMembers();
-  fesD_SubDampMembers* CopyMembers();
-  fesD_SubDampMembers* LoadMembers();
-  void SaveMembers();
-  void BindMembers();
-
- private:
-  fesD_SubDampImpl(const fesD_SubDampImpl&) = delete;
-  fesD_SubDampImpl& operator=(const fesD_SubDampImpl&) = delete;
-
-  fesD_SubDampInterface* m_outer;
-  gbb_PathImpl m_path;
-  gbb_Group m_group;
-  int m_trace;
-  bool m_connected;
-  fesD_SubDampMembers* m_members;
+  explicit fesD_SubDampAccess(fesD_SubDamp handle) : gbb_SchemaAccess(handle) {}
 };
 
 #endif  // DDB_GENERATED_FESD_SUBDAMP_H_
