@@ -90,6 +90,40 @@ void gbb_AssignMember(ada_MapString<T>& slot, const ada_MapString<T>& value) {
   slot.swap(copy);
 }
 
+// The steps of a handle's getters and setters, on the implementation it
+// designates (null for an empty handle, which prints
+// "**ERROR X::<name>: called on an empty handle" first).
+template <class F, class T>
+const T& gbb_GetMember(typename F::Object* impl, T F::Record::*field, const char* name) {
+  if (impl == nullptr) {
+    gbb_ReportEmptyHandle(F::kName, name);
+    return gbb_EmptyValue<T>();
+  }
+  return impl->Members().*field;
+}
+
+// Sets and commits one simple member through an access, which reports an
+// empty object itself.
+template <class F, class T>
+void gbb_SetMember(typename F::Object* impl, T F::Record::*field, const char* name,
+                   const T& value) {
+  if (impl == nullptr) gbb_ReportEmptyHandle(F::kName, name);
+  gbb_SchemaAccess<F> access(impl);
+  gbb_AssignMember(access.members().*field, value);
+  access.commit();
+}
+
+// An implementation step (a sub-object, an array, a service), or R() on an
+// empty handle.
+template <class F, class R, class TStep, class... A>
+R gbb_ReachMember(typename F::Object* impl, const char* name, TStep step, A&&... args) {
+  if (impl == nullptr) {
+    gbb_ReportEmptyHandle(F::kName, name);
+    return R();
+  }
+  return (impl->*step)(static_cast<A&&>(args)...);
+}
+
 // ----- the handle ---------------------------------------------------------------
 
 // The handle of a class without a schema base: a pointer to the
@@ -117,43 +151,21 @@ class gbb_SchemaHandle {
 
   gbb_Path Path() const { return Reach("Path", &Object::Path); }
 
-  // A simple member's value (an empty value on an empty handle).
   template <class T>
   const T& Get(T F::Record::*field, const char* name) const {
-    if (m_impl == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return gbb_EmptyValue<T>();
-    }
-    return m_impl->Members().*field;
+    return gbb_GetMember<F>(m_impl, field, name);
   }
-
-  // Sets and commits one simple member through an access, which reports an
-  // empty object itself.
   template <class T>
   void Set(T F::Record::*field, const char* name, const T& value) const {
-    if (m_impl == nullptr) gbb_ReportEmptyHandle(F::kName, name);
-    gbb_SchemaAccess<F> access(m_impl);
-    gbb_AssignMember(access.members().*field, value);
-    access.commit();
+    gbb_SetMember<F>(m_impl, field, name, value);
   }
-
-  // An implementation step (a sub-object, an array, a service), or R() on an
-  // empty handle.
   template <class R, class C, class... P, class... A>
   R Reach(const char* name, R (C::*step)(P...) const, A&&... args) const {
-    if (m_impl == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return R();
-    }
-    return (m_impl->*step)(static_cast<A&&>(args)...);
+    return gbb_ReachMember<F, R>(m_impl, name, step, static_cast<A&&>(args)...);
   }
   template <class R, class C, class... P, class... A>
   R Reach(const char* name, R (C::*step)(P...), A&&... args) const {
-    if (m_impl == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return R();
-    }
-    return (m_impl->*step)(static_cast<A&&>(args)...);
+    return gbb_ReachMember<F, R>(m_impl, name, step, static_cast<A&&>(args)...);
   }
 
   static typename F::Handle Of(Object* impl) {
@@ -198,34 +210,19 @@ class gbb_DerivedHandle : public TBase {
 
   template <class T>
   const T& Get(T F::Record::*field, const char* name) const {
-    if (m_derived == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return gbb_EmptyValue<T>();
-    }
-    return m_derived->Members().*field;
+    return gbb_GetMember<F>(m_derived, field, name);
   }
   template <class T>
   void Set(T F::Record::*field, const char* name, const T& value) const {
-    if (m_derived == nullptr) gbb_ReportEmptyHandle(F::kName, name);
-    gbb_SchemaAccess<F> access(m_derived);
-    gbb_AssignMember(access.members().*field, value);
-    access.commit();
+    gbb_SetMember<F>(m_derived, field, name, value);
   }
   template <class R, class C, class... P, class... A>
   R Reach(const char* name, R (C::*step)(P...) const, A&&... args) const {
-    if (m_derived == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return R();
-    }
-    return (m_derived->*step)(static_cast<A&&>(args)...);
+    return gbb_ReachMember<F, R>(m_derived, name, step, static_cast<A&&>(args)...);
   }
   template <class R, class C, class... P, class... A>
   R Reach(const char* name, R (C::*step)(P...), A&&... args) const {
-    if (m_derived == nullptr) {
-      gbb_ReportEmptyHandle(F::kName, name);
-      return R();
-    }
-    return (m_derived->*step)(static_cast<A&&>(args)...);
+    return gbb_ReachMember<F, R>(m_derived, name, step, static_cast<A&&>(args)...);
   }
 
   static typename F::Handle Of(Object* impl) { return typename F::Handle(impl); }
