@@ -15,12 +15,12 @@
 #include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
 #include "persistence/gbb_Path.h"
-#include "persistence/gbb_SchemaSnapshot.h"
 #include "persistence/gbb_SchemaFamily.h"
+#include "persistence/gbb_SchemaSnapshot.h"
 #include "persistence/gbb_SchemaSupport.h"
 #include "persistence/gbb_TraverseContext.h"
 #include "persistence/gbb_TypedLink.h"
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/aio_ostream.h"
+#include "platform/service/QELSimIDs.h"
 
 #endif  // DDB_PERSISTENCE_GBB_SCHEMA_H_
