@@ -33,7 +33,7 @@ class DDB_API gbb_DistributionService {
 
  private:
   QELSimContextID m_context;
-  void* m_reserved;
+  [[maybe_unused]] void* m_reserved;  // keeps the layout room for a later field
 };
 
 // The step of a leaf value object in a path resolution: offered to the

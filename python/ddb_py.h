@@ -78,8 +78,14 @@ template <class T, class = typename std::enable_if<!std::is_arithmetic<T>::value
 auto IsEmptyAnswer(const T& handle) -> decltype(!handle) {
   return !handle;
 }
-inline bool IsEmptyAnswer(...) {
-  return false;  // values, texts and maps are answers even after a message
+// Values, texts and maps are answers even after a message: any other type
+// reaches this overload through a conversion, the worst match.
+struct AnyAnswer {
+  template <class T>
+  AnyAnswer(const T&) {}  // NOLINT: converts anything
+};
+inline bool IsEmptyAnswer(AnyAnswer) {
+  return false;
 }
 
 // Runs a read of the library and settles its messages.

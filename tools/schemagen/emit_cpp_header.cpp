@@ -185,8 +185,8 @@ void Holder(std::ostringstream& o, const CppClass& c) {
     const std::string& B = c.t.base;
     o << "\n  // The " << B << " part (stored in \"#base\").\n";
     o << "  const " << B << "Holder& " << c.BaseShortName() << "Subobject() const;\n";
-    o << "  // Moves the whole object out as a holder of its " << B << " part, for\n"
-      << "  // the mesh's systems array; closing that holder destroys the whole object.\n";
+    o << "  // Moves the whole object out as a holder of its " << B << " part (for an\n"
+      << "  // array of " << B << "); closing that holder destroys the whole object.\n";
     o << "  " << B << "HolderMoveSrc ReleaseAs" << c.BaseShortName()
       << "() { return ReleaseAsBase(); }\n";
   }
