@@ -80,11 +80,12 @@ void RootHolder(std::ostringstream& o, const CppClass& c) {
   forward("SetPath", "gbb_Root root, int index", "root, index");
   o << H << " " << H << "::Open(gbb_Root root, int index, QELSimContextID context, "
     << "const gbb_Group& group, int traceFlag) {\n";
-  o << "  return Open(nullptr, root, index, context, group, traceFlag);\n}\n\n";
+  o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X
+    << "Impl(nullptr, root, index, context, group, traceFlag), 1));\n}\n\n";
   o << H << " " << H << "::Open(" << X << "Interface* outer, gbb_Root root, int index, "
     << "QELSimContextID context, const gbb_Group& group, int traceFlag) {\n";
   o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X
-    << "Impl(outer, root, index, context, group, traceFlag), outer != nullptr ? 3 : 1));\n}\n\n";
+    << "Impl(outer, root, index, context, group, traceFlag), 3));\n}\n\n";
 }
 
 void Constructors(std::ostringstream& o, const CppClass& c) {
