@@ -66,7 +66,7 @@ class gbb_SchemaImpl : public F::Outer, public F {
         if (member == index) gbb_ReadMemberValue(stream, value);
       });
     });
-    if (status != 0) gbb_ReportLoadError(gbb_NamesOf<F>().impl, status);
+    if (status != 0) gbb_ReportLoadError(gbb_NamesOf<F>().impl, status, stream.Position());
     return members;
   }
   void SaveMembers() {

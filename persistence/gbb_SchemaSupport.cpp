@@ -74,7 +74,23 @@ gbb_MembersBuffer::gbb_AutoArrayMoveSrc gbb_FetchMembers(const gbb_Group& group)
   return bytes;
 }
 
-void gbb_ReportLoadError(const char* implName, int status) {
+namespace {
+
+// The failures since the last gbb_TakeLoadFailures (the library runs on one thread).
+gbb_LoadFailure s_failures[16];
+int s_failureCount = 0;
+
+}  // namespace
+
+void gbb_ReportLoadError(const char* implName, int status, int offset) {
   aio_cerr.print("**ERROR ").print(implName).print("::LoadMembers: error ");
   aio_cerr.print_int(status).print(" loading class data\n");
+  if (s_failureCount < 16) s_failures[s_failureCount++] = {implName, status, offset};
+}
+
+int gbb_TakeLoadFailures(gbb_LoadFailure* failures, int capacity) {
+  int n = s_failureCount < capacity ? s_failureCount : capacity;
+  for (int i = 0; i < n; ++i) failures[i] = s_failures[i];
+  s_failureCount = 0;
+  return n;
 }

@@ -77,8 +77,20 @@ DDB_API void gbb_StoreMembers(const gbb_Group& group, gbb_MemoryStream& stream,
 // The bytes of the group's members dataset (empty when it cannot be read).
 DDB_API gbb_MembersBuffer::gbb_AutoArrayMoveSrc gbb_FetchMembers(const gbb_Group& group);
 
-// "**ERROR <implName>::LoadMembers: error <n> loading class data\n".
-DDB_API void gbb_ReportLoadError(const char* implName, int status);
+// "**ERROR <implName>::LoadMembers: error <n> loading class data\n", and the
+// failure kept for gbb_TakeLoadFailures: `offset` is the byte of the members
+// dataset at which decoding stopped.
+DDB_API void gbb_ReportLoadError(const char* implName, int status, int offset);
+
+// The members records that failed to load since the last call (at most 16
+// are kept), for tools that say more than the message a host sees: which
+// implementation, the stream's error and where decoding stopped.
+struct gbb_LoadFailure {
+  const char* implName;
+  int status;
+  int offset;
+};
+DDB_API int gbb_TakeLoadFailures(gbb_LoadFailure* failures, int capacity);
 
 // Lazy loading of a sub-object member: an unresolved holder is opened from
 // the sub-group named after the member when it exists, else it becomes an

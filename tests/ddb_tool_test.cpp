@@ -9,6 +9,7 @@
 #include <string>
 
 #include "reliability/crash_workload.h"
+#include "support/h5_raw.h"
 #include "support/scratch_dir.h"
 
 namespace {
@@ -72,6 +73,21 @@ TEST_F(DdbTool, CheckFindsAHealthyDatabaseCleanAndEachProblemWithItsPlace) {
   nlohmann::json json = nlohmann::json::parse(Ddb("check --json " + bad).out);
   EXPECT_EQ(json["problems"].size(), 2u);
   EXPECT_EQ(json["problems"][0]["link"], "#/discreteModel/mesh/systems/:0");
+
+  // A members record that stops decoding: the library's line, then where it stopped.
+  std::string cut = File("cut.sim");
+  WriteWholeFile(cut, ReadWholeFile(File("a.sim")));
+  Bytes body = {0x03};
+  PutInt(body, 12);  // the mesh's "nodes": a collection identifier, cut after its kind
+  body.push_back(0x08);
+  PutInt(body, 1);
+  RawWriteDataset(cut, "/sim/discreteModel/mesh/#simpleTypeMembers", Stream(body));
+  Ran undecodable = Ddb("check " + cut);
+  EXPECT_EQ(undecodable.status, 1);
+  EXPECT_EQ(undecodable.out,
+            "#/discreteModel/mesh: **ERROR msfD_MeshImpl::LoadMembers: error 2 loading class "
+            "data\n#/discreteModel/mesh: the members record stops decoding at byte 14 "
+            "(msfD_MeshImpl, stream error 2)\n");
 
   // A pending journal is something a host must settle first.
   WriteWholeFile(bad + "-journal", "DDBJRNL\x02 and whatever follows");

@@ -80,6 +80,9 @@ void CollectProblems(const DdbObject& o, void* context) {
   auto* problems = static_cast<std::vector<Problem>*>(context);
   if (o.cls.empty()) problems->push_back({o.link, "the object cannot be opened"});
   for (const std::string& m : o.messages) problems->push_back({o.link, m});
+  for (const std::string& u : o.undecoded) {
+    problems->push_back({o.link, "the members record stops decoding " + u});
+  }
   for (const auto& v : o.values) {
     if (v.second.find("unreadable") != std::string::npos) {
       problems->push_back({o.link, v.first + " names a distribution that cannot be read"});

@@ -15,7 +15,10 @@ std::string Ints(const std::vector<int>& values) {
 // Everything the library prints while a reader lives, line by line.
 class Capture {
  public:
-  Capture() { aio_cerr.SetSink(&Capture::Sink, this); }
+  Capture() {
+    aio_cerr.SetSink(&Capture::Sink, this);
+    gbb_TakeLoadFailures(nullptr, 0);  // what failed before this read is not its
+  }
   ~Capture() { aio_cerr.SetSink(nullptr, nullptr); }
   // The complete lines printed since the last call.
   std::vector<std::string> Take() {
@@ -97,6 +100,13 @@ class Reader {
   }
   void End(DdbObject* o) {
     for (std::string& line : m_capture->Take()) o->messages.push_back(line);
+    gbb_LoadFailure failures[16];
+    int n = gbb_TakeLoadFailures(failures, 16);
+    for (int i = 0; i < n; ++i) {
+      o->undecoded.push_back("at byte " + std::to_string(failures[i].offset) + " (" +
+                             failures[i].implName + ", stream error " +
+                             std::to_string(failures[i].status) + ")");
+    }
   }
   bool Deeper(int level) const { return m_depth < 0 || level <= m_depth; }
 

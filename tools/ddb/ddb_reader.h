@@ -20,6 +20,8 @@ struct DdbObject {
   // Simple-typed members by name, in the order the class declares them.
   std::vector<std::pair<std::string, std::string>> values;
   std::vector<std::string> messages;  // what the library printed while reading it
+  // Members records that stopped decoding: "at byte 57 (fesD_FESystemImpl, stream error 3)".
+  std::vector<std::string> undecoded;
   std::vector<DdbObject> children;
 };
 
