@@ -20,7 +20,7 @@ done
 # refused <expected message> <table text>: the generator must fail with exactly that line.
 refused() {
   printf '%s\n' "$2" > "$work/bad.schema"
-  if "$generator" "$work/bad.schema" "$work" 2> "$work/err.txt"; then
+  if (cd "$work" && "$generator" "$work/bad.schema" "$work" 2> "$work/err.txt"); then
     echo "accepted a table that is wrong: $1"; fail=1; return
   fi
   printf '%s\n' "$1" | cmp -s - "$work/err.txt" ||
@@ -42,6 +42,12 @@ simple a ada_MapString<ada_MapInt<int>>"
 refused "$work/bad.schema: cannot read the table of base xyz_B ('xyz/xyz_B.schema')" \
 "class X com.trevolo.X
 base xyz_B xyz/xyz_B.h
+simple a int"
+mkdir -p "$work/xyz"
+printf 'class xyz_E com.trevolo.E\nsimple e int\n' > "$work/xyz/xyz_D.schema"
+refused "xyz/xyz_D.schema: is the table of xyz_E, not xyz_D" \
+"class X com.trevolo.X
+base xyz_D xyz/xyz_D.h
 simple a int"
 refused "$work/bad.schema:2: unknown service type 'gbb_Other'" \
 "class X com.trevolo.X
