@@ -38,11 +38,13 @@ while [ "$(date +%s)" -lt "$deadline" ]; do
     tail -n 12 build/fuzz/database.log
     break
   fi
-  # Frames of the sanitizer runtime (its interceptors of strdup, memcpy,
-  # malloc and the like) are linked into the fuzzer and carry no source
-  # position: skip them to find whose code made the faulty access.
+  # Frames of the sanitizer runtime and of libFuzzer (interceptors of strdup,
+  # memcpy, malloc and the like, the timeout handler) are linked into the
+  # fuzzer and carry no source position; the C and C++ runtimes only carry
+  # out what their caller asked. Skip them all to find whose code it was.
   frame=$(grep -E '^ +#[0-9]+ ' build/fuzz/database.log |
-          grep -v -E 'interceptor|libsanitizer|/database_fuzz\+0x' | head -n 1)
+          grep -v -E 'interceptor|libsanitizer|/database_fuzz\+0x|/libc\.so|/libstdc\+\+\.so|/libgcc_s\.so|/ld-linux' |
+          head -n 1)
   case "$frame" in
     *libhdf5*)
       echo "finding inside HDF5, kept: $frame"
