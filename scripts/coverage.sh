@@ -7,9 +7,12 @@
 # compile it (headers, templates).
 #   scripts/coverage.sh            build, test, report
 #   scripts/coverage.sh --report   report on the last run only
+#   scripts/coverage.sh --missed   report on the last run, then every line not
+#                                  executed (file:line), to compare two runs
 set -eu
 cd "$(dirname "$0")/.."
-if [ "${1:-}" != "--report" ]; then
+mode=${1:-}
+if [ "$mode" != "--report" ] && [ "$mode" != "--missed" ]; then
   cmake -S . -B build/cov -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=--coverage \
     -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_EXE_LINKER_FLAGS=--coverage \
     -DCMAKE_SHARED_LINKER_FLAGS=--coverage -DDDB_BUILD_BENCH=OFF > /dev/null
@@ -25,7 +28,7 @@ for dir in $(find build/cov/CMakeFiles -name '*.gcda' -path '*ddb_*' -exec dirna
   (cd "$out" && gcov -l -p -o "$root/$dir" "$root/$dir"/*.gcda > /dev/null 2>&1) || true
 done
 # Merge by source line: executable if any unit says so, covered if any ran it.
-awk -v root="$root/" '
+awk -v root="$root/" -v missed="$mode" '
   FNR == 1 { src = "" }
   /^ +-: +0:Source:/ { src = $0; sub(/^ +-: +0:Source:/, "", src); sub("^" root, "", src)
                        sub(/^build\/cov\/(layer_views\/[^\/]+\/source\/)?/, "", src) }
@@ -42,4 +45,6 @@ awk -v root="$root/" '
                       if (k in hit) { c[part[1]]++; cov++ } }
     for (d in n) printf "%-12s %6d of %6d lines  %5.1f%%\n", d, c[d], n[d], 100 * c[d] / n[d]
     printf "%-12s %6d of %6d lines  %5.1f%%\n", "total", cov, all, 100 * cov / all
+    if (missed == "--missed")
+      for (k in seen) if (!(k in hit)) { split(k, p, SUBSEP); printf "~ %s:%d\n", p[1], p[2] }
   }' $(find "$out" -name '*.gcov') | sort
