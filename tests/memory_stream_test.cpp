@@ -1,15 +1,21 @@
-// gbb_MemoryStream: the byte format checked against byte sequences written
-// out by hand (both directions), the sticky error states, the header and
-// limit rules, and GetBuffer's restart.
+// gbb_MemoryStream and the member-record layer on top of it: the byte format
+// checked against byte sequences written out by hand (both directions), the
+// sticky error states, the header and limit rules, GetBuffer's restart, and
+// the load loop's behaviour on records out of order, repeated, unknown, cut
+// short or lying about their size.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "containers/ada_string.h"
+#include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
 #include "platform/core/mem.h"
+#include "support/sample_members.h"
 
 namespace {
 
@@ -17,7 +23,6 @@ typedef std::vector<unsigned char> ByteVector;
 typedef gbb_MemoryStream S;
 
 const QELSimContextID kContext(5);
-const ByteVector kCollectionForm = {1, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1};  // minor 0x01020304
 
 ByteVector Concat(std::initializer_list<ByteVector> parts) {
   ByteVector all;
@@ -25,12 +30,31 @@ ByteVector Concat(std::initializer_list<ByteVector> parts) {
   return all;
 }
 
+ByteVector Int(int value) {
+  uint32_t v = static_cast<uint32_t>(value);
+  return {static_cast<unsigned char>(v), static_cast<unsigned char>(v >> 8),
+          static_cast<unsigned char>(v >> 16), static_cast<unsigned char>(v >> 24)};
+}
+
+// A record's head: tag 0x03, the index, the value's tag.
+ByteVector Head(int index, unsigned char tag) {
+  return Concat({{0x03}, Int(index), {tag}});
+}
+
+// Length-prefixed external forms (kind, version 1, minor parts).
+ByteVector Distribution(int minor) {
+  return Concat({Int(12), Int(3), Int(1), Int(minor)});
+}
+ByteVector CSet(int collection, int cset) {
+  return Concat({Int(16), Int(2), Int(1), Int(collection), Int(cset)});
+}
+ByteVector Collection(uint32_t minor) {
+  return Concat({Int(12), Int(1), Int(1), Int(static_cast<int>(minor))});
+}
+
 // The bytes with a correct header in front.
 ByteVector WithHeader(const ByteVector& body) {
-  uint32_t n = static_cast<uint32_t>(body.size() + 4);
-  return Concat({{static_cast<unsigned char>(n), static_cast<unsigned char>(n >> 8),
-                  static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 24)},
-                 body});
+  return Concat({Int(static_cast<int>(body.size()) + 4), body});
 }
 
 S::Buffer ToBuffer(const ByteVector& bytes) {
@@ -41,9 +65,12 @@ S::Buffer ToBuffer(const ByteVector& bytes) {
 
 ByteVector Taken(S& stream) {
   S::Buffer buffer(stream.GetBuffer());
-  ByteVector bytes;
-  for (int i = 0; i < buffer.count(); ++i) bytes.push_back(buffer[i]);
-  return bytes;
+  return ByteVector(buffer.data(), buffer.data() + buffer.count());
+}
+
+int LoadInto(SampleMembers& members, const ByteVector& bytes) {
+  S stream(ToBuffer(bytes), kContext);
+  return members.Load(stream);
 }
 
 TEST(MemoryStream, FreshWriterHandsOutOnlyTheHeaderAndRestarts) {
@@ -115,52 +142,39 @@ TEST(MemoryStream, StoredNulCutsTheStringAndAnyNonZeroByteIsTrue) {
   EXPECT_TRUE(r.AtEnd());
 }
 
-// The mesh's "nodes" member: number 12, a collection identifier.
-TEST(MemoryStream, MeshNodesRecord) {
-  const ByteVector body = Concat({{0x03, 0x0C, 0, 0, 0, 0x08, 0x0C, 0, 0, 0}, kCollectionForm});
-  S w(kContext);
-  w.WriteTag(S::ShapeScalar, S::BaseInt);
-  w.Write(12);
-  w.WriteTag(S::ShapeScalar, S::BaseCollectionID);
-  w.Write(QELSimCollectionID(5, 0x01020304));
-  EXPECT_EQ(Taken(w), WithHeader(body));
-
-  S r(ToBuffer(WithHeader(body)), QELSimContextID(9));
-  int index = 0;
-  QELSimCollectionID id;
-  EXPECT_TRUE(r.Read(S::ShapeScalar, S::BaseInt) && r.Read(index));
-  EXPECT_TRUE(r.Read(S::ShapeScalar, S::BaseCollectionID) && r.Read(id));
-  EXPECT_EQ(index, 12);
-  EXPECT_EQ(id, QELSimCollectionID(9, 0x01020304));  // the reader's context
-  EXPECT_TRUE(r.AtEnd());
-}
-
+// Identifiers are written without their context and read into the reader's.
 TEST(MemoryStream, IdentifierOfEachKind) {
-  const ByteVector body = {
-      16, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 7,    0,    0,    0,    8, 0, 0, 0,  // set 7/8
-      12, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 9,    0,    0,    0,                 // distribution 9
-      12, 0, 0, 0, 4, 0, 0, 0, 1, 0, 0, 0, 0xA,  0,    0,    0,                 // data set 10
-      12, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF,              // null collection
-  };
+  const ByteVector body = Concat({CSet(7, 8),
+                                  Distribution(9),
+                                  Int(12),
+                                  Int(4),
+                                  Int(1),
+                                  Int(10),
+                                  {12, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF},
+                                  {12, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1}});
   S w(kContext);
   w.Write(QELSimCSetID(5, 7, 8));
   w.Write(QELSimDistributionID(5, 9));
   w.Write(QELSimDSetID(5, 10));
   w.Write(QELSimCollectionID());  // missing: context -1 is no obstacle
+  w.Write(QELSimCollectionID(5, 0x01020304));
   EXPECT_EQ(w.Status(), 0);
   EXPECT_EQ(Taken(w), WithHeader(body));
 
-  S r(ToBuffer(WithHeader(body)), kContext);
+  S r(ToBuffer(WithHeader(body)), QELSimContextID(9));
   QELSimCSetID cset;
   QELSimDistributionID distribution;
   QELSimDSetID dset;
-  QELSimCollectionID missing(1, 1);
+  QELSimCollectionID missing(1, 1), collection;
   EXPECT_TRUE(r.Read(cset) && r.Read(distribution) && r.Read(dset) && r.Read(missing));
-  EXPECT_EQ(cset, QELSimCSetID(5, 7, 8));
-  EXPECT_EQ(distribution, QELSimDistributionID(5, 9));
-  EXPECT_EQ(dset, QELSimDSetID(5, 10));
+  EXPECT_TRUE(r.Read(collection));
+  EXPECT_EQ(cset, QELSimCSetID(9, 7, 8));
+  EXPECT_EQ(distribution, QELSimDistributionID(9, 9));
+  EXPECT_EQ(dset, QELSimDSetID(9, 10));
   EXPECT_FALSE(missing.IsValid());
-  EXPECT_EQ(missing.ContextNumber(), 5);
+  EXPECT_EQ(missing.ContextNumber(), 9);
+  EXPECT_EQ(collection, QELSimCollectionID(9, 0x01020304));
+  EXPECT_TRUE(r.AtEnd());
 }
 
 TEST(MemoryStream, ForeignIdentifierFreezesTheWriter) {
@@ -285,6 +299,152 @@ TEST(MemoryStream, LongStringsRoundTrip) {
   EXPECT_TRUE(r.Read(back));
   EXPECT_EQ(std::string(back.cStr()), text);
   EXPECT_TRUE(r.AtEnd());
+}
+
+SampleMembers Filled() {
+  SampleMembers m;
+  m.count = 7;
+  m.fields.insert(2, QELSimDistributionID(5, 1));
+  m.fields.insert(-1, QELSimDistributionID(5, 2));
+  m.name = "ab";
+  m.namedFields.insert("b", QELSimDistributionID(5, 3));
+  m.namedFields.insert("a", QELSimDistributionID(5, 4));
+  m.nodeSet = QELSimCSetID(5, 7, 8);
+  m.nodes = QELSimCollectionID(5, 0x01020304);
+  m.scale = 0.25;
+  m.temperature = QELSimDistributionID(5, 9);
+  return m;
+}
+
+// Filled()'s records, one per element.
+const std::vector<ByteVector> kFilledRecords = {
+    Concat({Head(0, 0x03), Int(7)}),  // count
+    Concat({Head(1, 0x39), Int(0)}),  // elementSets, empty
+    // fields, in key order -1, 2
+    Concat({Head(2, 0x4A), Int(2), Int(-1), Distribution(2), Int(2), Distribution(1)}),
+    Concat({Head(4, 0x07), Int(2), {'a', 'b'}}),  // name
+    // namedFields, in key order "a", "b"
+    Concat({Head(5, 0x3A), Int(2), Int(1), {'a'}, Distribution(4), Int(1), {'b'}, Distribution(3)}),
+    Concat({Head(6, 0x09), CSet(7, 8)}),                      // nodeSet
+    Concat({Head(7, 0x08), Collection(0x01020304)}),          // nodes
+    Concat({Head(8, 0x06), {0, 0, 0, 0, 0, 0, 0xD0, 0x3F}}),  // scale 0.25
+    Concat({Head(9, 0x0A), Distribution(9)}),                 // temperature
+};
+
+ByteVector FilledBody() {
+  ByteVector all;
+  for (const ByteVector& record : kFilledRecords)
+    all.insert(all.end(), record.begin(), record.end());
+  return all;
+}
+const ByteVector kFilledBody = FilledBody();
+
+TEST(MemberRecords, EveryKindOfMemberInBothDirections) {
+  S w(kContext);
+  Filled().Save(w);
+  EXPECT_EQ(w.Status(), 0);
+  EXPECT_EQ(Taken(w), WithHeader(kFilledBody));
+
+  SampleMembers m;
+  EXPECT_EQ(LoadInto(m, WithHeader(kFilledBody)), 0);
+  EXPECT_EQ(m.count, 7);
+  EXPECT_EQ(m.elementSets.count(), 0);
+  EXPECT_EQ(m.fields.count(), 2);
+  EXPECT_EQ(m.fields.get(-1), QELSimDistributionID(5, 2));
+  EXPECT_EQ(m.fields.get(2), QELSimDistributionID(5, 1));
+  EXPECT_STREQ(m.name.cStr(), "ab");
+  EXPECT_EQ(m.namedFields.count(), 2);
+  EXPECT_EQ(m.namedFields.get("a"), QELSimDistributionID(5, 4));
+  EXPECT_EQ(m.namedFields.get("b"), QELSimDistributionID(5, 3));
+  EXPECT_EQ(m.nodeSet, QELSimCSetID(5, 7, 8));
+  EXPECT_EQ(m.nodes, QELSimCollectionID(5, 0x01020304));
+  EXPECT_EQ(m.scale, 0.25);
+  EXPECT_EQ(m.temperature, QELSimDistributionID(5, 9));
+}
+
+TEST(MemberRecords, MapsOfTheOtherKindsAndTheMeshNodesRecord) {
+  ada_MapString<QELSimCSetID> sets;
+  sets.insert("x", QELSimCSetID(5, 1, 2));
+  ada_MapInt<QELSimDistributionID> none;
+  S w(kContext);
+  gbb_WriteMemberRecord(w, 1, sets);
+  gbb_WriteMemberRecord(w, 2, none);
+  gbb_WriteMemberRecord(w, 12, QELSimCollectionID(5, 0x01020304));
+  const ByteVector setsRecord = Concat({Head(1, 0x39), Int(1), Int(1), {'x'}, CSet(1, 2)});
+  // 03 0C 00 00 00 08, then the identifier's 12 bytes
+  const ByteVector nodesRecord = Concat({{0x03, 0x0C, 0, 0, 0, 0x08}, Collection(0x01020304)});
+  EXPECT_EQ(Taken(w), WithHeader(Concat({setsRecord, Head(2, 0x4A), Int(0), nodesRecord})));
+}
+
+TEST(MemberRecords, RecordsInAnyOrderLaterScalarsWinAndMapsMerge) {
+  const ByteVector body = Concat({
+      Head(2, 0x4A), Int(1), Int(4), Distribution(40),  // fields {4}
+      Head(0, 0x03), Int(1),                            // count 1
+      Head(2, 0x4A), Int(1), Int(5), Distribution(50),  // fields {5}
+      Head(0, 0x03), Int(2),                            // count 2
+  });
+  SampleMembers m;
+  EXPECT_EQ(LoadInto(m, WithHeader(body)), 0);
+  EXPECT_EQ(m.count, 2);
+  EXPECT_EQ(m.fields.count(), 2);
+  EXPECT_EQ(m.fields.get(5), QELSimDistributionID(5, 50));
+}
+
+TEST(MemberRecords, UnknownIndexReadsNoValueAndAWrongTagLeavesTheMemberAlone) {
+  // The unknown member's value tag is taken for the next record's tag:
+  // a double's 0x06 ends the load with a tag mismatch ...
+  SampleMembers m;
+  EXPECT_EQ(LoadInto(m, WithHeader(Concat({Head(0, 0x03), Int(5), Head(42, 0x06), Int(0)}))),
+            S::ErrorTagMismatch);
+  EXPECT_EQ(m.count, 5);
+  // ... while a following 0x03 carries on (the mesh index 3 also reads nothing).
+  SampleMembers n;
+  EXPECT_EQ(
+      LoadInto(n, WithHeader(Concat({{0x03}, Int(42), {0x03}, Int(3), Head(0, 0x03), Int(9)}))), 0);
+  EXPECT_EQ(n.count, 9);
+  // A value of the wrong tag leaves the member alone.
+  EXPECT_EQ(LoadInto(n, WithHeader(Concat({Head(0, 0x06), Int(4)}))), S::ErrorTagMismatch);
+  EXPECT_EQ(n.count, 9);
+}
+
+// Cutting the stream anywhere gives a clean load at record boundaries and
+// an overrun everywhere else.
+TEST(MemberRecords, CutStreamsOverrunExceptAtRecordBoundaries) {
+  std::vector<size_t> boundaries = {0};
+  for (const ByteVector& record : kFilledRecords)
+    boundaries.push_back(boundaries.back() + record.size());
+  for (size_t cut = 0; cut < kFilledBody.size(); ++cut) {
+    ByteVector body(kFilledBody.begin(), kFilledBody.begin() + static_cast<long>(cut));
+    SampleMembers m;
+    bool boundary = std::find(boundaries.begin(), boundaries.end(), cut) != boundaries.end();
+    EXPECT_EQ(LoadInto(m, WithHeader(body)), boundary ? 0 : S::ErrorOverrun) << cut;
+  }
+}
+
+TEST(MemberRecords, MapsKeepThePairsReadUntilTheCountOrAFailure) {
+  // Room for one pair of the string map: a larger count reads that pair,
+  // then overruns; nothing is reserved for the count.
+  for (int count : {0x7FFFFFFF, 2}) {
+    ByteVector body = Concat({Head(1, 0x39), Int(count), Int(0), Int(0), Int(0)});
+    SampleMembers m;
+    long long allocations = mem_GetStatistics().allocations;
+    EXPECT_EQ(LoadInto(m, WithHeader(body)), S::ErrorOverrun) << count;
+    EXPECT_LE(mem_GetStatistics().allocations, allocations + 4) << count;
+    EXPECT_EQ(m.elementSets.count(), 1);
+  }
+  // A negative count reads no pair; the records after it still load.
+  {
+    ByteVector body = Concat({Head(1, 0x39), Int(-1), Head(2, 0x4A), Int(0)});
+    SampleMembers m;
+    EXPECT_EQ(LoadInto(m, WithHeader(body)), 0);
+    EXPECT_EQ(m.elementSets.count(), 0);
+  }
+  // A pair that fails half-way keeps the pairs before it.
+  SampleMembers m;
+  EXPECT_EQ(LoadInto(m, WithHeader(Concat({Head(2, 0x4A), Int(2), Int(1), Distribution(1), Int(2),
+                                           Int(65), ByteVector(65, 0)}))),
+            S::ErrorForeignID);
+  EXPECT_EQ(m.fields.count(), 1);
 }
 
 }  // namespace
