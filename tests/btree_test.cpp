@@ -1,12 +1,15 @@
 // omi_Btree: the balancing rule and its shapes, removal, the default slot,
 // copies, the iterator, the allocation promises, and a randomized comparison
-// with std::map that checks the tree's structure after every batch.
+// with std::map that checks the tree's structure after every batch; then
+// what ada_MapInt and ada_MapString add on top of it (insert-or-replace,
+// key ownership, sets, swap).
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,13 +47,6 @@ std::vector<int> Ascending(const IntTree& tree) {
   return keys;
 }
 
-std::vector<int> Descending(const IntTree& tree) {
-  std::vector<int> keys;
-  omi_BtreeIterator<ada_MapIntKey, int> it(tree);
-  for (it.Last(); !it.IsDone(); it.Previous()) keys.push_back(it.CurrentKey().key);
-  return keys;
-}
-
 IntTree TreeOf(std::initializer_list<int> keys) {
   IntTree t;
   // Values are ten times the key (wrapping, for the extreme keys).
@@ -63,65 +59,70 @@ long long LiveBlocks() {
   return s.allocations - s.frees;
 }
 
-TEST(Btree, ChainOfThreeStandsAndTheFourthRotatesAtTheRoot) {
-  IntTree t = TreeOf({1, 2, 3});
-  EXPECT_EQ(Shape(t.Root()), "1:2(-,2:1(-,3:0))");
-  EXPECT_TRUE(t.Insert(4, 40));
-  EXPECT_EQ(Shape(t.Root()), "2:2(1:0,3:1(-,4:0))");
-  EXPECT_EQ(t.Count(), 4);
-  // The mirror image rotates the other way.
-  IntTree m = TreeOf({4, 3, 2, 1});
-  EXPECT_EQ(Shape(m.Root()), "3:2(2:1(1:0,-),4:0)");
+// Shapes after inserting `keys` in order, then inserting each positive
+// `edits` entry and removing each negative one.
+TEST(Btree, ShapesAfterInsertsRotationsAndRemovals) {
+  struct Case {
+    std::vector<int> keys, edits;
+    const char* shape;
+    const char* why;
+  } cases[] = {
+      {{1, 2, 3}, {}, "1:2(-,2:1(-,3:0))", "a chain of three stands"},
+      {{1, 2, 3, 4}, {}, "2:2(1:0,3:1(-,4:0))", "the fourth rotates at the root"},
+      {{4, 3, 2, 1}, {}, "3:2(2:1(1:0,-),4:0)", "the mirror image rotates the other way"},
+      {{10, 5, 20, 3, 7, 15, 12}, {}, "10:3(5:1(3:0,7:0),20:2(15:1(12:0,-),-))", "before removal"},
+      // 15 (the lifted key's old parent) is recomputed, while 20, on the way
+      // between, keeps its old height 2 until something passes through it.
+      {{10, 5, 20, 3, 7, 15, 12},
+       {-10},
+       "12:3(5:1(3:0,7:0),20:2(15:0,-))",
+       "removing a node with two children lifts the smallest key on its right"},
+      {{10, 5, 20, 3, 7, 15, 12},
+       {-10, 25},
+       "12:2(5:1(3:0,7:0),20:1(15:0,25:0))",
+       "the next change below 20 recomputes it"},
+      {{2, 1, 3, 4}, {-2}, "3:1(1:0,4:0)", "the right child, the smallest, takes the place"},
+      // 3 -> 4 -> 5 stands as a chain; the root sees 0 against 2 and rotates.
+      {{2, 1, 3, 4, 5}, {}, "3:2(2:1(1:0,-),4:1(-,5:0))", "rebalancing on the way back up"},
+      {{2, 1, 3, 4, 5, 6}, {}, "3:3(2:1(1:0,-),4:2(-,5:1(-,6:0)))", "before removing 1"},
+      {{2, 1, 3, 4, 5, 6},
+       {-1},
+       "4:2(3:1(2:0,-),5:1(-,6:0))",
+       "removing 1 leaves 2 childless (0) against 4's height 2: the root rotates"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    IntTree t;
+    std::set<int> keys;
+    for (int k : c.keys) EXPECT_TRUE(t.Insert(k, k * 10));
+    keys.insert(c.keys.begin(), c.keys.end());
+    for (int e : c.edits) {
+      EXPECT_TRUE(e > 0 ? t.Insert(e, e * 10) : t.Remove(-e));
+      if (e > 0) {
+        keys.insert(e);
+      } else {
+        keys.erase(-e);
+      }
+    }
+    EXPECT_EQ(Shape(t.Root()), c.shape);
+    EXPECT_EQ(t.Count(), static_cast<int>(keys.size()));
+    EXPECT_EQ(Ascending(t), std::vector<int>(keys.begin(), keys.end()));
+  }
 }
 
-TEST(Btree, InsertOfAPresentKeyKeepsTheFirstValue) {
-  IntTree t = TreeOf({5, 3, 8});
-  EXPECT_FALSE(t.Insert(3, 99));
-  EXPECT_EQ(t.Count(), 3);
-  EXPECT_EQ(t.ConstGet(3), 30);
-}
-
-TEST(Btree, RemoveRootOfOneNodeTreeAndFromEmptyTree) {
+TEST(Btree, PresentKeysAreNotReplacedAndAbsentOnesNotRemoved) {
   IntTree t;
   EXPECT_FALSE(t.Remove(1));
-  t.Insert(1, 10);
+  t = TreeOf({5, 3, 8});
+  EXPECT_FALSE(t.Insert(3, 99));
   EXPECT_FALSE(t.Remove(2));
-  EXPECT_EQ(t.Count(), 1);
-  EXPECT_TRUE(t.Remove(1));
-  EXPECT_EQ(t.Root(), nullptr);
-  EXPECT_EQ(t.Count(), 0);
-  EXPECT_FALSE(t.Remove(1));
-}
-
-TEST(Btree, RemovingATwoChildNodeLiftsTheSmallestKeyOnItsRight) {
-  IntTree t = TreeOf({10, 5, 20, 3, 7, 15, 12});
-  ASSERT_EQ(Shape(t.Root()), "10:3(5:1(3:0,7:0),20:2(15:1(12:0,-),-))");
-  EXPECT_TRUE(t.Remove(10));
-  // 12 takes the root; 15 (its old parent) is recomputed, while 20, on the
-  // way between, keeps its old height 2 until something passes through it.
-  EXPECT_EQ(Shape(t.Root()), "12:3(5:1(3:0,7:0),20:2(15:0,-))");
-  EXPECT_EQ(t.Count(), 6);
-  // The next change below 20 recomputes it.
-  t.Insert(25, 250);
-  EXPECT_EQ(Shape(t.Root()), "12:2(5:1(3:0,7:0),20:1(15:0,25:0))");
-
-  // The right child itself is the smallest: it takes the place directly.
-  IntTree u = TreeOf({2, 1, 3, 4});
-  EXPECT_TRUE(u.Remove(2));
-  EXPECT_EQ(Shape(u.Root()), "3:1(1:0,4:0)");
-}
-
-TEST(Btree, RebalancingRunsOnTheWayBackUp) {
-  IntTree t = TreeOf({2, 1, 3, 4});
-  // 3 -> 4 -> 5 stands as a chain; the root sees 0 against 2 and rotates.
-  t.Insert(5, 50);
-  ASSERT_EQ(Shape(t.Root()), "3:2(2:1(1:0,-),4:1(-,5:0))");
-  t.Insert(6, 60);
-  ASSERT_EQ(Shape(t.Root()), "3:3(2:1(1:0,-),4:2(-,5:1(-,6:0)))");
-  // Removing 1 leaves 2 childless (0) against 4's height 2: the root rotates.
-  EXPECT_TRUE(t.Remove(1));
-  EXPECT_EQ(Shape(t.Root()), "4:2(3:1(2:0,-),5:1(-,6:0))");
-  EXPECT_EQ(Ascending(t), (std::vector<int>{2, 3, 4, 5, 6}));
+  EXPECT_EQ(t.Count(), 3);
+  EXPECT_EQ(t.ConstGet(3), 30);
+  IntTree one = TreeOf({1});
+  EXPECT_TRUE(one.Remove(1));
+  EXPECT_EQ(one.Root(), nullptr);
+  EXPECT_EQ(one.Count(), 0);
+  EXPECT_FALSE(one.Remove(1));
 }
 
 TEST(Btree, MissesReturnTheWritableDefaultSlot) {
@@ -158,7 +159,7 @@ TEST(Btree, IntKeysCompareByWrappingDifference) {
   EXPECT_EQ(BtreeCompare(ada_MapIntKey(INT_MIN), ada_MapIntKey(INT_MAX)), -1);
 }
 
-TEST(Btree, IteratorStatesAndDirections) {
+TEST(Btree, IteratorStatesDirectionsAndLinks) {
   IntTree empty;
   omi_BtreeIterator<ada_MapIntKey, int> none(empty);
   EXPECT_TRUE(none.IsDone());
@@ -168,38 +169,29 @@ TEST(Btree, IteratorStatesAndDirections) {
   EXPECT_TRUE(none.IsDone());
 
   IntTree t = TreeOf({4, 2, 6, 1, 3, 5, 7});
-  omi_BtreeIterator<ada_MapIntKey, int> it(t);
-  EXPECT_TRUE(it.IsDone());
-  it.Last();
-  EXPECT_EQ(it.CurrentKey().key, 7);
-  EXPECT_EQ(it.CurrentValue(), 70);
-  EXPECT_EQ(Descending(t), (std::vector<int>{7, 6, 5, 4, 3, 2, 1}));
-  EXPECT_EQ(Ascending(t), (std::vector<int>{1, 2, 3, 4, 5, 6, 7}));
-  // Back and forth across the root; First restarts.
-  it.First();
-  it.Next();
-  it.Next();
-  it.Next();
-  it.Previous();
-  it.Next();
-  it.Next();
-  EXPECT_EQ(it.CurrentKey().key, 5);
-  it.First();
-  EXPECT_EQ(it.CurrentKey().key, 1);
-  it.Previous();
-  EXPECT_TRUE(it.IsDone());
-}
-
-TEST(Btree, IteratorReleasesItsLinks) {
-  IntTree t = TreeOf({4, 2, 6, 1, 3, 5, 7});
   long long live = LiveBlocks();
   {
     omi_BtreeIterator<ada_MapIntKey, int> it(t);
+    EXPECT_TRUE(it.IsDone());
     it.First();
     EXPECT_EQ(LiveBlocks(), live + 3);  // one link per level: 4, 2, 1
+    it.Last();                          // restarting drops the old stack
+    EXPECT_EQ(it.CurrentKey().key, 7);
+    EXPECT_EQ(it.CurrentValue(), 70);
+    // Back and forth across the root; First restarts. (Whole walks both ways
+    // are compared with std::map below.)
+    it.First();
     it.Next();
     it.Next();
-    it.Last();  // restarting drops the old stack
+    it.Next();
+    it.Previous();
+    it.Next();
+    it.Next();
+    EXPECT_EQ(it.CurrentKey().key, 5);
+    it.First();
+    EXPECT_EQ(it.CurrentKey().key, 1);
+    it.Previous();
+    EXPECT_TRUE(it.IsDone());
   }
   EXPECT_EQ(LiveBlocks(), live);
 }
@@ -413,6 +405,122 @@ TEST(BtreeDifferential, AscendingAndDescendingRunsStayShallow) {
     expected.erase(i);
   }
   CheckStructure(expected, map.tree(), false);
+}
+
+// ---- the maps ----
+// Their ordering, overwriting, lookups of absent keys, silent removal and
+// whole walks are part of the comparison with std::map above.
+
+TEST(Maps, ReplacingATextReleasesTheOldOne) {
+  ada_MapInt<ada_string> s;
+  s.insert(3, "first");
+  long long live = LiveBlocks();
+  s.insert(3, "second");  // one block in, one out
+  EXPECT_EQ(LiveBlocks(), live);
+  EXPECT_EQ(s.count(), 1);
+  EXPECT_STREQ(s.get(3).cStr(), "second");
+}
+
+TEST(Maps, StringMapKeepsTheFirstKeyObject) {
+  ada_MapString<double> m;
+  ada_string k1("key"), k2("key");
+  m.insert(k1, 1.5);
+  const char* stored = m.tree().Root()->ConstGetKey().cStr();
+  EXPECT_NE(stored, k1.cStr());  // the node owns a copy
+  m.insert(k2, 2.5);
+  EXPECT_EQ(m.tree().Root()->ConstGetKey().cStr(), stored);
+  EXPECT_EQ(m.get("key"), 2.5);
+}
+
+TEST(Maps, AbsentKeysYieldTheWritableDefaultSlot) {
+  ada_MapString<ada_string> s;
+  ada_MapString<QELSimCSetID> sets;
+  s.insert("x", "y");
+  EXPECT_STREQ(s.get("z").cStr(), "");
+  EXPECT_FALSE(s.isMember("z"));
+  EXPECT_EQ(sets.get("n"), QELSimCSetID());
+  ada_MapInt<int> i;
+  i.insert(5, 50);
+  const ada_MapInt<int>& ci = i;
+  EXPECT_EQ(ci.get(5), 50);
+  EXPECT_EQ(ci.get(6), 0);
+
+  ada_MapString<int> m;
+  m.get("absent") = 7;
+  EXPECT_EQ(m.count(), 0);
+  EXPECT_FALSE(m.isMember("absent"));
+  EXPECT_EQ(m.get("other"), 7);
+  m.clear();  // clear keeps it
+  EXPECT_EQ(m.get("other"), 7);
+  ada_MapString<int> copy(m);
+  EXPECT_EQ(copy.get("x"), 7);
+}
+
+TEST(Maps, NoneValuesMakeASet) {
+  ada_MapInt<ada_none> set;
+  set.insert(7, ada_none());
+  set.insert(7, ada_none());
+  EXPECT_EQ(set.count(), 1);
+  EXPECT_TRUE(set.isMember(7));
+  EXPECT_FALSE(set.isMember(8));
+  ada_MapString<ada_none> names;
+  names.insert("n", ada_none());
+  names.insert("n", ada_none());
+  EXPECT_EQ(names.count(), 1);
+}
+
+TEST(Maps, SwapExchangesEverythingWithoutAllocating) {
+  ada_MapString<ada_string> a, b;
+  a.insert("k1", "v1");
+  a.insert("k2", "v2");
+  a.get("none") = "A-default";
+  b.insert("other", "w");
+  b.get("none") = "B-default";
+  mem_Statistics before = mem_GetStatistics();
+  a.swap(b);
+  mem_Statistics after = mem_GetStatistics();
+  EXPECT_EQ(after.allocations, before.allocations);
+  EXPECT_EQ(after.frees, before.frees);
+  EXPECT_EQ(a.count(), 1);
+  EXPECT_EQ(b.count(), 2);
+  EXPECT_STREQ(a.get("other").cStr(), "w");
+  EXPECT_STREQ(b.get("k2").cStr(), "v2");
+  EXPECT_STREQ(a.get("missing").cStr(), "B-default");
+  EXPECT_STREQ(b.get("missing").cStr(), "A-default");
+
+  ada_MapInt<int> x, y;
+  x.insert(1, 1);
+  x.swap(y);
+  EXPECT_EQ(Ascending(x.tree()), std::vector<int>{});
+  EXPECT_EQ(Ascending(y.tree()), std::vector<int>{1});
+}
+
+TEST(Maps, WholeMapAssignmentGoesThroughTheTree) {
+  ada_MapInt<int> a, b;
+  a.insert(1, 1);
+  b.insert(2, 2);
+  b.insert(3, 3);
+  a.tree() = b.tree();
+  EXPECT_EQ(Ascending(a.tree()), (std::vector<int>{2, 3}));
+  EXPECT_EQ(a.count(), 2);
+}
+
+TEST(Maps, IteratorIsDoneUntilPositioned) {
+  ada_MapString<bool> m;
+  m.insert("x", true);
+  m.insert("y", false);
+  ada_MapStringIterator<bool> it(m);
+  EXPECT_TRUE(it.isDone());
+  it.last();
+  ASSERT_FALSE(it.isDone());
+  EXPECT_STREQ(it.key().cStr(), "y");
+  EXPECT_FALSE(it.value());
+  it.previous();
+  it.previous();
+  EXPECT_TRUE(it.isDone());
+  // The key is the node's own object, not a copy.
+  it.first();
+  EXPECT_EQ(&it.key(), &m.tree().Root()->ConstGetKey());
 }
 
 }  // namespace
