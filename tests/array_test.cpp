@@ -23,21 +23,15 @@ class Arrays : public testing::Test {
   ScratchDir dir;
   std::string file = dir.File("a.sim");
   std::string systems = "/sim/discreteModel/mesh/systems";
-};
 
-int RawSize(const std::string& file, const std::string& group) {
-  Bytes none;
-  (void)none;
-  hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
-  hid_t o = H5Oopen(f, group.c_str(), H5P_DEFAULT);
-  hid_t a = H5Aopen(o, "#size", H5P_DEFAULT);
-  int n = -99;
-  H5Aread(a, H5T_NATIVE_INT, &n);
-  H5Aclose(a);
-  H5Oclose(o);
-  H5Fclose(f);
-  return n;
-}
+  // A new file's sim with a model and a connected mesh.
+  msfD_Mesh NewMesh(msfD_Root& root) {
+    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+    return sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
+        .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  }
+  std::vector<int> Size() { return RawInts(file, systems, "#size"); }
+};
 
 TEST_F(Arrays, UnconnectedElementsAreWrittenWhenTheOwnerIsBound) {
   msfD_Root root(0);
@@ -53,13 +47,13 @@ TEST_F(Arrays, UnconnectedElementsAreWrittenWhenTheOwnerIsBound) {
   EXPECT_STREQ(first.systemName().cStr(), "a");
   mesh.systems().add(NewSystem("b"));
   model.Mesh(holder);
-  EXPECT_EQ(RawSize(file, systems), 2);
+  EXPECT_EQ(Size(), std::vector<int>{2});
   EXPECT_EQ(RawChildren(file, systems), (std::vector<std::string>{"0", "1"}));
   EXPECT_EQ(RawClass(file, systems + "/1"), "com.trevolo.FESystem");
 
   // Appending to a connected array writes at once.
   fesD_FESystem third = mesh.systems().add(NewSystem("c"));
-  EXPECT_EQ(RawSize(file, systems), 3);
+  EXPECT_EQ(Size(), std::vector<int>{3});
   EXPECT_EQ(RawChildren(file, systems), (std::vector<std::string>{"0", "1", "2"}));
   EXPECT_TRUE(mesh.systems().get(2).IsSame(third));
 }
@@ -67,10 +61,7 @@ TEST_F(Arrays, UnconnectedElementsAreWrittenWhenTheOwnerIsBound) {
 TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
   {
     msfD_Root root(0);
-    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-    msfD_Mesh mesh =
-        sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
-            .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+    msfD_Mesh mesh = NewMesh(root);
     EXPECT_EQ(mesh.systems().count(), 0);
     for (const char* n : {"s0", "s1", "s2"}) mesh.systems().add(NewSystem(n));
   }
@@ -119,10 +110,7 @@ TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
 TEST_F(Arrays, AnEmptyHolderGoesThroughEveryStepAndStoredArraysReserveTheirSize) {
   {
     msfD_Root root(0);
-    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-    msfD_Mesh mesh =
-        sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
-            .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+    msfD_Mesh mesh = NewMesh(root);
     for (int i = 0; i < 17; ++i) mesh.systems().add(NewSystem("s"));
     CaptureErr err;
     fesD_FESystemHolder none;
@@ -131,7 +119,7 @@ TEST_F(Arrays, AnEmptyHolderGoesThroughEveryStepAndStoredArraysReserveTheirSize)
               "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n"
               "**ERROR fesD_FESystemHolder::SetPath: called on an empty holder\n"
               "**ERROR fesD_FESystemHolder::Bind: called on an empty holder\n");
-    EXPECT_EQ(RawSize(file, systems), 18);
+    EXPECT_EQ(Size(), std::vector<int>{18});
     EXPECT_EQ(RawChildren(file, systems).size(), 18u);
   }
   msfD_Root root(0);
@@ -172,10 +160,7 @@ TEST(ArraysInMemory, MessagesOfMisuse) {
 
 TEST_F(Arrays, BindingAConnectedArrayIsRefused) {
   msfD_Root root(0);
-  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-  msfD_Mesh mesh =
-      sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
-          .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  msfD_Mesh mesh = NewMesh(root);
   CaptureErr err;
   mesh.systems().GetImpl()->Bind(gbb_Repository());
   EXPECT_EQ(err.Take(), "** ERROR gbb_ArrayImpl::Bind: called for a connected object\n");

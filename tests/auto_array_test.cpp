@@ -53,16 +53,12 @@ long long Frees() {
   return mem_GetStatistics().frees;
 }
 
-void AppendByte(Bytes& a, unsigned char value) {
-  a.append(value, 1);
-}
-
 TEST(AutoArray, GrowsFrom16ByDoublingAndReserveNeverShrinks) {
   Bytes a;
   EXPECT_EQ(a.capacity(), 0);
-  AppendByte(a, 1);
+  a.append(1, 1);
   EXPECT_EQ(a.capacity(), 16);
-  for (int i = 1; i < 17; ++i) AppendByte(a, static_cast<unsigned char>(i + 1));
+  for (int i = 1; i < 17; ++i) a.append(static_cast<unsigned char>(i + 1), 1);
   EXPECT_EQ(a.count(), 17);
   EXPECT_EQ(a.capacity(), 32);
   for (int i = 0; i < 17; ++i) EXPECT_EQ(a[i], i + 1);
@@ -206,7 +202,7 @@ TEST(AutoArray, TruncateAndRemoveDestroyOnlyWhatTheyTake) {
   EXPECT_EQ(a.count(), 1);
 
   Bytes b;
-  for (int i = 0; i < 5; ++i) AppendByte(b, static_cast<unsigned char>(i));
+  for (int i = 0; i < 5; ++i) b.append(static_cast<unsigned char>(i), 1);
   b.remove(0, 2);
   ASSERT_EQ(b.count(), 3);
   EXPECT_EQ(b[0], 2);
