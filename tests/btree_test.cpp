@@ -2,7 +2,7 @@
 // copies, the iterator, the allocation promises, and a randomized comparison
 // with std::map that checks the tree's structure after every batch; then
 // what ada_MapInt and ada_MapString add on top of it (insert-or-replace,
-// key ownership, sets, swap).
+// key ownership, swap).
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -149,9 +149,9 @@ TEST(Btree, MissesReturnTheWritableDefaultSlot) {
   EXPECT_EQ(id.ConstGet(1), QELSimCSetID());
 }
 
+// Keys less than 2^31 apart are in the usual order (see the comparison with
+// std::map below); beyond that, the difference wraps.
 TEST(Btree, IntKeysCompareByWrappingDifference) {
-  IntTree t = TreeOf({5, -3, 12});
-  EXPECT_EQ(Ascending(t), (std::vector<int>{-3, 5, 12}));
   // INT_MAX - (-1) wraps negative: INT_MAX is taken as less than -1.
   IntTree w = TreeOf({-1, INT_MAX});
   EXPECT_EQ(Ascending(w), (std::vector<int>{INT_MAX, -1}));
@@ -432,13 +432,9 @@ TEST(Maps, StringMapKeepsTheFirstKeyObject) {
   EXPECT_EQ(m.get("key"), 2.5);
 }
 
+// The tree's default slot, reached through the map: the const get too, and
+// clear and copies keep it.
 TEST(Maps, AbsentKeysYieldTheWritableDefaultSlot) {
-  ada_MapString<ada_string> s;
-  ada_MapString<QELSimCSetID> sets;
-  s.insert("x", "y");
-  EXPECT_STREQ(s.get("z").cStr(), "");
-  EXPECT_FALSE(s.isMember("z"));
-  EXPECT_EQ(sets.get("n"), QELSimCSetID());
   ada_MapInt<int> i;
   i.insert(5, 50);
   const ada_MapInt<int>& ci = i;
@@ -450,23 +446,10 @@ TEST(Maps, AbsentKeysYieldTheWritableDefaultSlot) {
   EXPECT_EQ(m.count(), 0);
   EXPECT_FALSE(m.isMember("absent"));
   EXPECT_EQ(m.get("other"), 7);
-  m.clear();  // clear keeps it
+  m.clear();
   EXPECT_EQ(m.get("other"), 7);
   ada_MapString<int> copy(m);
   EXPECT_EQ(copy.get("x"), 7);
-}
-
-TEST(Maps, NoneValuesMakeASet) {
-  ada_MapInt<ada_none> set;
-  set.insert(7, ada_none());
-  set.insert(7, ada_none());
-  EXPECT_EQ(set.count(), 1);
-  EXPECT_TRUE(set.isMember(7));
-  EXPECT_FALSE(set.isMember(8));
-  ada_MapString<ada_none> names;
-  names.insert("n", ada_none());
-  names.insert("n", ada_none());
-  EXPECT_EQ(names.count(), 1);
 }
 
 TEST(Maps, SwapExchangesEverythingWithoutAllocating) {
@@ -493,16 +476,6 @@ TEST(Maps, SwapExchangesEverythingWithoutAllocating) {
   x.swap(y);
   EXPECT_EQ(Ascending(x.tree()), std::vector<int>{});
   EXPECT_EQ(Ascending(y.tree()), std::vector<int>{1});
-}
-
-TEST(Maps, WholeMapAssignmentGoesThroughTheTree) {
-  ada_MapInt<int> a, b;
-  a.insert(1, 1);
-  b.insert(2, 2);
-  b.insert(3, 3);
-  a.tree() = b.tree();
-  EXPECT_EQ(Ascending(a.tree()), (std::vector<int>{2, 3}));
-  EXPECT_EQ(a.count(), 2);
 }
 
 TEST(Maps, IteratorIsDoneUntilPositioned) {

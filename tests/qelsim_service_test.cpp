@@ -201,11 +201,18 @@ TEST_F(QELSimService, ContextsAreDistinctAndClosingOneClosesItsFileCompletely) {
             "**ERROR QELSimContextRef::File: no open context " + std::to_string(c.Number()) + "\n");
 }
 
-TEST_F(QELSimService, AReadOnlyContextLeavesTheFileUntouchedAndRefusesWrites) {
+TEST_F(QELSimService, ServiceDataLieBesideTheSimAndReadOnlyContextsLeaveThemAlone) {
   QELSimContextID writer = Create(path);
   QELSimContextRef(writer).File().RootGroup().GroupCreate("sim", 0);
   MakeSample(writer);
   QELSimManager::CloseContext(writer);
+  // The service's data lie beside the sim.
+  typedef std::vector<std::string> Names;
+  EXPECT_EQ(RawChildren(path, "/"), (Names{"QELSim", "sim"}));
+  EXPECT_EQ(RawChildren(path, "/QELSim"), (Names{"collections", "distributions"}));
+  EXPECT_EQ(RawChildren(path, "/QELSim/collections/0"), Names{"0"});
+  EXPECT_EQ(RawDatasetBytes(path, "/QELSim/collections/0/0"), (Bytes{3, 0, 7}));
+  EXPECT_EQ(RawDatasetBytes(path, "/QELSim/distributions/0").size(), 3u);
   struct stat before;
   ASSERT_EQ(stat(path.c_str(), &before), 0);
   std::string bytes = ReadWholeFile(path);
@@ -569,19 +576,6 @@ TEST_F(QELSimService, ContextsThatCannotBeMadeAreNull) {
   EXPECT_NE(err.Take(), "");
   EXPECT_EQ(QELSimCollectionRef::Create(open, 1), QELSimCollectionID(open.Number(), 0));
   QELSimManager::CloseContext(open);
-}
-
-TEST_F(QELSimService, ServiceDataLieBesideTheSim) {
-  QELSimContextID context = Create(path);
-  QELSimContextRef(context).File().RootGroup().GroupCreate("sim", 0);
-  MakeSample(context);
-  QELSimManager::CloseContext(context);
-  typedef std::vector<std::string> Names;
-  EXPECT_EQ(RawChildren(path, "/"), (Names{"QELSim", "sim"}));
-  EXPECT_EQ(RawChildren(path, "/QELSim"), (Names{"collections", "distributions"}));
-  EXPECT_EQ(RawChildren(path, "/QELSim/collections/0"), Names{"0"});
-  EXPECT_EQ(RawDatasetBytes(path, "/QELSim/collections/0/0"), (Bytes{3, 0, 7}));
-  EXPECT_EQ(RawDatasetBytes(path, "/QELSim/distributions/0").size(), 3u);
 }
 
 TEST(QELSimArrayTest, GrowsCopiesAndChecksEveryAccess) {
