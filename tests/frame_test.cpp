@@ -1,5 +1,5 @@
 // Start-up counting of the library and its modules. Each test file runs in
-// its own process, so the counters start at zero here; the tests run in order
+// its own process, so the counters start at zero here; the steps run in order
 // and leave the library finalised.
 #include <gtest/gtest.h>
 
@@ -8,55 +8,40 @@
 
 namespace {
 
-TEST(Startup, FirstInitialiseCountsLibraryModulesAndSuiteLibraries) {
-  int count = 0;
-  DDB_PDM_Core_initialize(count);
-  // The library, four suite libraries and four modules.
-  EXPECT_EQ(count, 9);
-  int again = 0;
-  DDB_PDM_Core_initialize(again);
-  EXPECT_EQ(again, 0);
-  int down = 0;
-  DDB_PDM_Core_finalize(down);
-  EXPECT_EQ(down, 0);  // still referenced once
-  DDB_PDM_Core_finalize(down);
-  EXPECT_EQ(down, -9);
-}
-
-TEST(Startup, ModuleInitialisedBeforeLibraryIsSharedAndFinalisedLast) {
-  int count = 0;
-  msfD_initialize(count);
-  EXPECT_EQ(count, 1);
-  count = 0;
-  DDB_PDM_Core_initialize(count);
-  EXPECT_EQ(count, 8);  // msfD was already up
-  count = 0;
-  DDB_PDM_Core_finalize(count);
-  EXPECT_EQ(count, -8);  // msfD still held by its direct user
-  count = 0;
-  msfD_finalize(count);
-  EXPECT_EQ(count, -1);
-}
-
-TEST(Startup, UnguardedFinaliseGoesNegativeAndTheNextInitialiseDoesNotCount) {
-  int count = 0;
-  msfD_finalize(count);  // counter -1
-  EXPECT_EQ(count, 0);
-  msfD_initialize(count);  // back to 0: not counted
-  EXPECT_EQ(count, 0);
-  msfD_initialize(count);  // 0 -> 1: counted
-  EXPECT_EQ(count, 1);
-  msfD_finalize(count);
-  EXPECT_EQ(count, 0);
-}
-
-TEST(Startup, RepeatedStartAndStopCycles) {
-  for (int i = 0; i < 3; ++i) {
+TEST(Startup, CountsOfEachInitialiseAndFinaliseInTurn) {
+  struct Step {
+    void (*call)(int&);
+    int counted;
+    const char* why;
+  } steps[] = {
+      {DDB_PDM_Core_initialize, 9, "first: the library, four suite libraries and four modules"},
+      {DDB_PDM_Core_initialize, 0, "again"},
+      {DDB_PDM_Core_finalize, 0, "still referenced once"},
+      {DDB_PDM_Core_finalize, -9, "the last reference"},
+      // A module initialised before the library is shared and finalised last.
+      {msfD_initialize, 1, "a module first"},
+      {DDB_PDM_Core_initialize, 8, "msfD was already up"},
+      {DDB_PDM_Core_finalize, -8, "msfD still held by its direct user"},
+      {msfD_finalize, -1, "the module's direct user lets go"},
+      // An unguarded finalise goes negative; the next initialise does not count.
+      {msfD_finalize, 0, "counter -1"},
+      {msfD_initialize, 0, "back to 0: not counted"},
+      {msfD_initialize, 1, "0 -> 1: counted"},
+      {msfD_finalize, -1, "1 -> 0"},
+      // Repeated start and stop cycles.
+      {DDB_PDM_Core_initialize, 9, "cycle 1"},
+      {DDB_PDM_Core_finalize, -9, "cycle 1"},
+      {DDB_PDM_Core_initialize, 9, "cycle 2"},
+      {DDB_PDM_Core_finalize, -9, "cycle 2"},
+      {DDB_PDM_Core_initialize, 9, "cycle 3"},
+      {DDB_PDM_Core_finalize, -9, "cycle 3"},
+  };
+  int step = 0;
+  for (const Step& s : steps) {
+    SCOPED_TRACE(testing::Message() << "step " << step++ << ": " << s.why);
     int count = 0;
-    DDB_PDM_Core_initialize(count);
-    EXPECT_EQ(count, 9);
-    DDB_PDM_Core_finalize(count);
-    EXPECT_EQ(count, 0);
+    s.call(count);
+    EXPECT_EQ(count, s.counted);
   }
 }
 

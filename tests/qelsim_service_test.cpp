@@ -479,44 +479,39 @@ TEST_F(QELSimService, TransfersReportTheirProblemsAndNeverOverrunTheBuffer) {
       QELSimCollectionRef(m.collection).CreateOrderedCSet(std::vector<int>{1, 2, 3}.data(), 3);
   CaptureErr err;
   int buffer[4] = {-1, -1, -1, -1};
+  const std::string said = "**ERROR QELSimTransfer::";
 
   QELSimTransfer notRead(m.distribution);
   notRead.SetDim(0, m.set);
   notRead.SetBuffer(0, buffer, sizeof buffer);
   EXPECT_FALSE(notRead.CheckView());
   EXPECT_FALSE(notRead.ExecRead());  // the same problem is not repeated
-  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: SetRead was not called\n");
+  EXPECT_EQ(err.Take(), said + "CheckView: SetRead was not called\n");
 
   QELSimTransfer t(m.distribution);
   t.SetRead();
   EXPECT_FALSE(t.CheckView());
-  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: no set given for dimension 0\n");
+  EXPECT_EQ(err.Take(), said + "CheckView: no set given for dimension 0\n");
   t.SetDim(1, m.set);
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimTransfer::SetDim: dimension 1 out of range: distributions have one\n");
+  EXPECT_EQ(err.Take(), said + "SetDim: dimension 1 out of range: distributions have one\n");
   t.SetDim(0, other);
   EXPECT_FALSE(t.CheckView());
-  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: set 1 of collection 0 in context " +
+  EXPECT_EQ(err.Take(), said + "CheckView: set 1 of collection 0 in context " +
                             std::to_string(context.Number()) +
                             " is not the dimension set of distribution 0\n");
   t.SetDim(0, m.set);
   t.SetBufferPadding(true);
   EXPECT_FALSE(t.CheckView());
-  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: padded buffers are not supported\n");
+  EXPECT_EQ(err.Take(), said + "CheckView: padded buffers are not supported\n");
   t.SetBufferPadding(false);
   EXPECT_TRUE(t.CheckView());
   t.SetBuffer(2, buffer, sizeof buffer);
-  EXPECT_EQ(err.Take(),
-            "**ERROR QELSimTransfer::SetBuffer: drawer 2 out of range: distributions have one\n");
+  EXPECT_EQ(err.Take(), said + "SetBuffer: drawer 2 out of range: distributions have one\n");
   EXPECT_FALSE(t.ExecRead());
-  EXPECT_EQ(
-      err.Take(),
-      "**ERROR QELSimTransfer::ExecRead: buffer of 0 bytes cannot hold 3 values of 4 bytes\n");
+  EXPECT_EQ(err.Take(), said + "ExecRead: buffer of 0 bytes cannot hold 3 values of 4 bytes\n");
   t.SetBuffer(0, buffer, 11);
   EXPECT_FALSE(t.ExecRead());
-  EXPECT_EQ(
-      err.Take(),
-      "**ERROR QELSimTransfer::ExecRead: buffer of 11 bytes cannot hold 3 values of 4 bytes\n");
+  EXPECT_EQ(err.Take(), said + "ExecRead: buffer of 11 bytes cannot hold 3 values of 4 bytes\n");
   EXPECT_EQ(buffer[0], -1);
   t.SetBuffer(0, buffer, 12);
   EXPECT_TRUE(t.ExecRead());
@@ -529,7 +524,7 @@ TEST_F(QELSimService, TransfersReportTheirProblemsAndNeverOverrunTheBuffer) {
   EXPECT_FALSE(missing.CheckView());
   missing.SetBuffer(0, buffer, sizeof buffer);
   EXPECT_FALSE(missing.ExecRead());
-  EXPECT_EQ(err.Take(), "**ERROR QELSimTransfer::CheckView: no distribution 8 in context " +
+  EXPECT_EQ(err.Take(), said + "CheckView: no distribution 8 in context " +
                             std::to_string(context.Number()) + "\n");
   QELSimManager::CloseContext(context);
 }

@@ -14,36 +14,32 @@
 
 namespace {
 
-// Reads an attribute of the object at `path` with the C API.
-struct RawAttribute {
-  bool exists = false;
-  bool isInt = false, isUchar = false;
-  std::vector<hsize_t> dims;
-  std::vector<int> ints;
-  std::vector<unsigned char> bytes;
-};
-
-RawAttribute ReadAttribute(const std::string& file, const char* object, const char* name) {
-  RawAttribute r;
+// An attribute of `object`, read with the C API: its type and dimensions,
+// then its values ("int[2] 1523728409 0"), bytes as they are ("uchar[80] "
+// and the 80 bytes). Empty when the attribute is missing.
+std::string Attribute(const std::string& file, const char* object, const char* name) {
+  std::string text;
   hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
   hid_t o = H5Oopen(f, object, H5P_DEFAULT);
   if (H5Aexists(o, name) > 0) {
-    r.exists = true;
     hid_t a = H5Aopen(o, name, H5P_DEFAULT);
     hid_t t = H5Aget_type(a);
     hid_t s = H5Aget_space(a);
-    r.isInt = H5Tequal(t, H5T_NATIVE_INT) > 0;
-    r.isUchar = H5Tequal(t, H5T_NATIVE_UCHAR) > 0;
-    int rank = H5Sget_simple_extent_ndims(s);
-    r.dims.resize(static_cast<size_t>(rank));
-    H5Sget_simple_extent_dims(s, r.dims.data(), nullptr);
-    hssize_t n = H5Sget_simple_extent_npoints(s);
-    if (r.isInt) {
-      r.ints.resize(static_cast<size_t>(n));
-      H5Aread(a, H5T_NATIVE_INT, r.ints.data());
-    } else if (r.isUchar) {
-      r.bytes.resize(static_cast<size_t>(n));
-      H5Aread(a, H5T_NATIVE_UCHAR, r.bytes.data());
+    bool isInt = H5Tequal(t, H5T_NATIVE_INT) > 0;
+    text = isInt ? "int[" : H5Tequal(t, H5T_NATIVE_UCHAR) > 0 ? "uchar[" : "other[";
+    hsize_t dims[4] = {};
+    int rank = H5Sget_simple_extent_dims(s, dims, nullptr);
+    for (int i = 0; i < rank; ++i) text += (i > 0 ? "x" : "") + std::to_string(dims[i]);
+    size_t n = static_cast<size_t>(H5Sget_simple_extent_npoints(s));
+    text += "] ";
+    if (isInt) {
+      std::vector<int> ints(n);
+      H5Aread(a, H5T_NATIVE_INT, ints.data());
+      for (size_t i = 0; i < n; ++i) text += (i > 0 ? " " : "") + std::to_string(ints[i]);
+    } else {
+      std::string bytes(n, '\0');
+      H5Aread(a, H5T_NATIVE_UCHAR, &bytes[0]);
+      text += bytes;
     }
     H5Sclose(s);
     H5Tclose(t);
@@ -51,7 +47,7 @@ RawAttribute ReadAttribute(const std::string& file, const char* object, const ch
   }
   H5Oclose(o);
   H5Fclose(f);
-  return r;
+  return text;
 }
 
 class StorageGroups : public testing::Test {
@@ -81,19 +77,11 @@ TEST_F(StorageGroups, ObjectGroupsCarryTypeOnlyWithATagAndAnEmptyClass) {
   EXPECT_STREQ(child.ReadClassID().Bytes(), "com.trevolo.DiscreteModel");
   Reopen();
 
-  RawAttribute type = ReadAttribute(path, "/sim", "type");
-  ASSERT_TRUE(type.exists);
-  EXPECT_TRUE(type.isInt);
-  EXPECT_EQ(type.dims, std::vector<hsize_t>{2});
-  EXPECT_EQ(type.ints, (std::vector<int>{1523728409, 0}));
-  RawAttribute cls = ReadAttribute(path, "/sim", "class");
-  EXPECT_TRUE(cls.isUchar);
-  EXPECT_EQ(cls.dims, std::vector<hsize_t>{80});
-  EXPECT_EQ(cls.bytes, std::vector<unsigned char>(80, 0));
-  EXPECT_FALSE(ReadAttribute(path, "/sim/discreteModel", "type").exists);
-  RawAttribute named = ReadAttribute(path, "/sim/discreteModel", "class");
-  std::string text(named.bytes.begin(), named.bytes.end());
-  EXPECT_EQ(text, std::string("com.trevolo.DiscreteModel") + std::string(80 - 25, '\0'));
+  EXPECT_EQ(Attribute(path, "/sim", "type"), "int[2] 1523728409 0");
+  EXPECT_EQ(Attribute(path, "/sim", "class"), "uchar[80] " + std::string(80, '\0'));
+  EXPECT_EQ(Attribute(path, "/sim/discreteModel", "type"), "");
+  EXPECT_EQ(Attribute(path, "/sim/discreteModel", "class"),
+            "uchar[80] com.trevolo.DiscreteModel" + std::string(80 - 25, '\0'));
 }
 
 TEST_F(StorageGroups, RepositoriesCountTheirElements) {
@@ -106,13 +94,10 @@ TEST_F(StorageGroups, RepositoriesCountTheirElements) {
   EXPECT_TRUE(systems.OpenElement(1).IsValid());
   EXPECT_TRUE(first.ReadClassID().IsEmpty());
   Reopen();
-  RawAttribute size = ReadAttribute(path, "/sim/systems", "#size");
-  EXPECT_TRUE(size.isInt);
-  EXPECT_EQ(size.dims, (std::vector<hsize_t>{1, 1}));
-  EXPECT_EQ(size.ints, std::vector<int>{2});
-  EXPECT_FALSE(ReadAttribute(path, "/sim/systems", "class").exists);
-  EXPECT_TRUE(ReadAttribute(path, "/sim/systems/0", "class").exists);
-  EXPECT_TRUE(ReadAttribute(path, "/sim/systems/1", "class").exists);
+  EXPECT_EQ(Attribute(path, "/sim/systems", "#size"), "int[1x1] 2");
+  EXPECT_EQ(Attribute(path, "/sim/systems", "class"), "");
+  EXPECT_EQ(Attribute(path, "/sim/systems/0", "class"), "uchar[80] " + std::string(80, '\0'));
+  EXPECT_EQ(Attribute(path, "/sim/systems/1", "class"), "uchar[80] " + std::string(80, '\0'));
 }
 
 TEST_F(StorageGroups, MembersDatasetIsChunkedExtensibleBytes) {
