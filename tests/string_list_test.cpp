@@ -35,7 +35,7 @@ TEST(AdaString, EmptyTextsOwnNoBuffer) {
   EXPECT_EQ(fromEmpty.cStr(), fromNull.cStr());
 }
 
-TEST(AdaString, CopiesAreDeepAndAssignmentIsSafe) {
+TEST(AdaString, CopiesAreDeepAssignmentIsSafeAndSwapAllocatesNothing) {
   long long before = Allocations();
   ada_string abc("abc");
   EXPECT_EQ(Allocations(), before + 1);
@@ -49,19 +49,17 @@ TEST(AdaString, CopiesAreDeepAndAssignmentIsSafe) {
   copy = other;
   EXPECT_STREQ(copy.cStr(), "xy");
   EXPECT_STREQ(abc.cStr(), "abc");
-}
 
-TEST(AdaString, SwapExchangesBuffersWithoutAllocating) {
-  ada_string a("left"), b("right");
-  const char* pa = a.cStr();
-  long long before = Allocations();
-  a.swap(b);
+  // Swap exchanges the buffers without allocating.
+  const char* buffer = abc.cStr();
+  before = Allocations();
+  abc.swap(other);
   EXPECT_EQ(Allocations(), before);
-  EXPECT_STREQ(a.cStr(), "right");
-  EXPECT_EQ(b.cStr(), pa);
+  EXPECT_STREQ(abc.cStr(), "xy");
+  EXPECT_EQ(other.cStr(), buffer);
 }
 
-TEST(AdaList, GrowthStartsAtSixteenAndDoubles) {
+TEST(AdaList, GrowthStartsAtSixteenOrTheReserveAndDoubles) {
   ada_List<int> list;
   EXPECT_EQ(list.count(), 0);
   EXPECT_EQ(list.capacity(), 0);
@@ -82,18 +80,17 @@ TEST(AdaList, GrowthStartsAtSixteenAndDoubles) {
   bulk.append(9, 40);
   EXPECT_EQ(bulk.capacity(), 64);
   EXPECT_EQ(bulk.count(), 40);
-}
 
-TEST(AdaList, ExactReserveThenDoublingFromThere) {
-  ada_List<double> list;
-  list.reserve(10);
-  EXPECT_EQ(list.capacity(), 10);
-  list.append(0.5, 10);
-  EXPECT_EQ(list.capacity(), 10);
-  list.append(1.5, 1);
-  EXPECT_EQ(list.capacity(), 20);
-  list.reserve(5);
-  EXPECT_EQ(list.capacity(), 20);
+  // An exact reserve, then doubling from there; reserve never shrinks.
+  ada_List<double> reserved;
+  reserved.reserve(10);
+  EXPECT_EQ(reserved.capacity(), 10);
+  reserved.append(0.5, 10);
+  EXPECT_EQ(reserved.capacity(), 10);
+  reserved.append(1.5, 1);
+  EXPECT_EQ(reserved.capacity(), 20);
+  reserved.reserve(5);
+  EXPECT_EQ(reserved.capacity(), 20);
 }
 
 TEST(AdaList, CopyTakesTheCountAsCapacity) {
@@ -112,7 +109,7 @@ TEST(AdaList, CopyTakesTheCountAsCapacity) {
   EXPECT_EQ(emptyCopy.capacity(), 0);
 }
 
-TEST(AdaList, ClearOfStringsDestroysEachOnceAndReleasesStorage) {
+TEST(AdaList, ClearDestroysEachElementOnceAndReleasesUsedStorageOnly) {
   ada_List<ada_string> list;
   list.append(ada_string("a"), 1);
   list.append(ada_string("bb"), 2);
@@ -123,17 +120,16 @@ TEST(AdaList, ClearOfStringsDestroysEachOnceAndReleasesStorage) {
   EXPECT_EQ(list.count(), 0);
   EXPECT_EQ(list.capacity(), 0);
   EXPECT_EQ(list.data(), nullptr);
-}
 
-TEST(AdaList, ReservedButEmptyListKeepsItsStorageThroughClear) {
-  ada_List<int> list;
-  list.reserve(16);
-  list.clear();
-  EXPECT_EQ(list.capacity(), 16);
-  EXPECT_NE(list.data(), nullptr);
+  // A reserved but empty list keeps its storage through clear.
+  ada_List<int> reserved;
+  reserved.reserve(16);
+  reserved.clear();
+  EXPECT_EQ(reserved.capacity(), 16);
+  EXPECT_NE(reserved.data(), nullptr);
   // The block is deliberately never released; free it here to keep the
   // sanitizer build's leak check meaningful for everything else.
-  mem_Free(const_cast<int*>(list.data()));
+  mem_Free(const_cast<int*>(reserved.data()));
 }
 
 TEST(AdaList, StringElementsAreDeepCopiesAndSurviveRelocation) {
