@@ -251,29 +251,9 @@ TEST_F(HdfWrapper, HdfErrorStackNeverReachesStandardError) {
                 ": no such file\n");
 }
 
-// Bad files given to Open: each refused with its reason, nothing crashes.
-TEST_F(HdfWrapper, OpeningWhatIsNotAnHdf5FileIsRefused) {
-  CaptureErr err;
-  auto open = [&](const std::string& name) {
-    EXPECT_FALSE(hdf_File::Open(name.c_str(), hdf_File::ReadWrite).IsValid()) << name;
-    return err.Take();
-  };
-  EXPECT_EQ(open(dir.File("missing.h5")), "**ERROR hdf_File::Open: cannot open file " +
-                                              dir.File("missing.h5") + ": no such file\n");
-  EXPECT_EQ(open(dir.Path()),
-            "**ERROR hdf_File::Open: cannot open file " + dir.Path() + ": it is a directory\n");
-  WriteWholeFile(dir.File("text.h5"), "this is not an HDF5 file at all\n");
-  EXPECT_EQ(open(dir.File("text.h5")), "**ERROR hdf_File::Open: cannot open file " +
-                                           dir.File("text.h5") + ": not an HDF5 file\n");
-  WriteWholeFile(dir.File("empty.h5"), "");
-  EXPECT_EQ(open(dir.File("empty.h5")), "**ERROR hdf_File::Open: cannot open file " +
-                                            dir.File("empty.h5") + ": not an HDF5 file\n");
-  EXPECT_EQ(open(""), "**ERROR hdf_File::Open: cannot open file : no file name\n");
-  EXPECT_FALSE(hdf_File::Open(nullptr, hdf_File::ReadOnly).IsValid());
-  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file : no file name\n");
-}
-
-TEST_F(HdfWrapper, TruncatedFilesAreRefusedAtEveryCut) {
+// Bad files given to Open, for reading or for update: each refused with its
+// reason, nothing crashes; a cut-short file is refused at every cut.
+TEST_F(HdfWrapper, OpeningWhatIsNotAWholeHdf5FileIsRefused) {
   {
     hdf_File file = hdf_File::Create(path.c_str(), hdf_File::Exclusive);
     hdf_Group g = file.RootGroup().GroupCreate("sim", 0);
@@ -284,16 +264,32 @@ TEST_F(HdfWrapper, TruncatedFilesAreRefusedAtEveryCut) {
   }
   std::string whole = ReadWholeFile(path);
   ASSERT_GT(whole.size(), 1500u);
-  CaptureErr err;
+  WriteWholeFile(dir.File("text.h5"), "this is not an HDF5 file at all\n");
+  WriteWholeFile(dir.File("empty.h5"), "");
+  struct Case {
+    std::string name, reason;
+  };
+  std::vector<Case> cases = {{dir.File("missing.h5"), "no such file"},
+                             {dir.Path(), "it is a directory"},
+                             {dir.File("text.h5"), "not an HDF5 file"},
+                             {dir.File("empty.h5"), "not an HDF5 file"},
+                             {"", "no file name"}};
   for (size_t cut : {size_t{4}, size_t{8}, size_t{40}, size_t{96}, size_t{500}, size_t{1000},
                      whole.size() - 1}) {
     std::string name = dir.File("cut" + std::to_string(cut) + ".h5");
     WriteWholeFile(name, whole.substr(0, cut));
-    EXPECT_FALSE(hdf_File::Open(name.c_str(), hdf_File::ReadOnly).IsValid()) << cut;
-    std::string reason = cut < 8 ? "not an HDF5 file" : "damaged or truncated HDF5 file";
-    EXPECT_EQ(err.Take(),
-              "**ERROR hdf_File::Open: cannot open file " + name + ": " + reason + "\n");
+    cases.push_back({name, cut < 8 ? "not an HDF5 file" : "damaged or truncated HDF5 file"});
   }
+  CaptureErr err;
+  for (const Case& c : cases) {
+    for (hdf_File::OpenFlags flags : {hdf_File::ReadOnly, hdf_File::ReadWrite}) {
+      EXPECT_FALSE(hdf_File::Open(c.name.c_str(), flags).IsValid()) << c.name;
+      EXPECT_EQ(err.Take(),
+                "**ERROR hdf_File::Open: cannot open file " + c.name + ": " + c.reason + "\n");
+    }
+  }
+  EXPECT_FALSE(hdf_File::Open(nullptr, hdf_File::ReadOnly).IsValid());
+  EXPECT_EQ(err.Take(), "**ERROR hdf_File::Open: cannot open file : no file name\n");
   EXPECT_EQ(OpenObjects(), 0);
 }
 
