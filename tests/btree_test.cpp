@@ -2,7 +2,7 @@
 // copies, the iterator, the allocation promises, and a randomized comparison
 // with std::map that checks the tree's structure after every batch; then
 // what ada_MapInt and ada_MapString add on top of it (insert-or-replace,
-// key ownership, swap).
+// key ownership, sets, swap).
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -430,6 +430,20 @@ TEST(Maps, InsertOnAPresentKeyKeepsTheKeyAndReleasesTheOldText) {
   ada_MapStringIterator<ada_string> it(m);
   it.first();
   EXPECT_EQ(&it.key(), &m.tree().Root()->ConstGetKey());
+}
+
+// A set has its own insert: there is nothing to replace.
+TEST(Maps, NoneValuesMakeASet) {
+  ada_MapInt<ada_none> set;
+  set.insert(7, ada_none());
+  set.insert(7, ada_none());
+  EXPECT_EQ(set.count(), 1);
+  EXPECT_TRUE(set.isMember(7));
+  EXPECT_FALSE(set.isMember(8));
+  ada_MapString<ada_none> names;
+  names.insert("n", ada_none());
+  names.insert("n", ada_none());
+  EXPECT_EQ(names.count(), 1);
 }
 
 // The default slot (the tree's, reached through the map) travels with swap,
