@@ -2,9 +2,8 @@
 // after binding, "#size", element groups, lazy loading, messages.
 #include <gtest/gtest.h>
 
-#include <hdf5.h>
-
 #include <string>
+#include <vector>
 
 #include "fes/fes.h"
 #include "sim_schema/sim_schema.h"

@@ -41,7 +41,7 @@ TEST(QELSimIDs, DefaultsAreTheNullIdentifiers) {
   EXPECT_EQ(sizeof(QELSimContextID), 8u);
 }
 
-TEST(QELSimIDExternal, FormsAreLittleEndianWordsWithoutContext) {
+TEST(QELSimIDExternal, FormsAreLittleEndianWordsWithoutContextReadWithinTheirLength) {
   QELSimIDExternal c(QELSimCollectionID(9, 0x01020304));
   EXPECT_EQ(FormBytes(c), (std::vector<unsigned char>{1, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1}));
   EXPECT_EQ(c.CollectionIDMinor(), 0x01020304u);
@@ -57,9 +57,8 @@ TEST(QELSimIDExternal, FormsAreLittleEndianWordsWithoutContext) {
   EXPECT_EQ(d.Length(), 12);
   EXPECT_EQ(d.DistributionIDMinor(), kQELSimNoMinor);
   EXPECT_EQ(QELSimIDExternal(QELSimDSetID(1, 8)).DSetIDMinor(), 8u);
-}
 
-TEST(QELSimIDExternal, ArbitraryBytesNeverReadPastTheForm) {
+  // Arbitrary lengths never read past the form.
   QELSimIDExternal e;
   e.SetLength(1000);
   EXPECT_EQ(e.Length(), QELSimIDExternal::kMaxLength);
