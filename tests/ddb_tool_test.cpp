@@ -56,14 +56,7 @@ TEST_F(DdbTool, CheckFindsAHealthyDatabaseCleanAndEachProblemWithItsPlace) {
   // An unknown class at the first FE system: one problem, where it is.
   std::string bad = File("bad.sim");
   WriteWholeFile(bad, ReadWholeFile(File("a.sim")));
-  hid_t f = H5Fopen(bad.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
-  hid_t o = H5Oopen(f, "/sim/discreteModel/mesh/systems/0", H5P_DEFAULT);
-  hid_t a = H5Aopen(o, "class", H5P_DEFAULT);
-  char id[80] = "com.trevolo.Unknown";
-  H5Awrite(a, H5T_NATIVE_UCHAR, id);
-  H5Aclose(a);
-  H5Oclose(o);
-  H5Fclose(f);
+  RawWriteClass(bad, "/sim/discreteModel/mesh/systems/0", "com.trevolo.Unknown");
   Ran problems = Ddb("check " + bad);
   EXPECT_EQ(problems.status, 1);
   EXPECT_EQ(problems.out,

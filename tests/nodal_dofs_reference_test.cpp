@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <set>
 #include <string>
@@ -64,40 +65,20 @@ struct Reference {
                             unionLabels.begin());
   }
   int Label(int systemDof) const { return systemDofs[systemDof].second; }
-};
-
-// A solver ordering as its definition states it: the solver's part, then
-// every other system DOF ascending.
-struct SolverReference {
-  Ints order;
-  int numSolver = 0;
-  std::set<int> labels;  // labels occurring among the solver's DOFs
-  int acoustic = 0;
-
-  SolverReference(const Reference& ref, const Ints& solverPart, int acousticCount) {
-    numSolver = static_cast<int>(solverPart.size());
-    order = solverPart;
-    std::set<int> used(solverPart.begin(), solverPart.end());
-    for (int s = 0; s < static_cast<int>(ref.systemDofs.size()); ++s) {
-      if (!used.count(s)) order.push_back(s);
-    }
-    for (int s : solverPart) labels.insert(ref.Label(s));
-    acoustic = acousticCount;
+  // (node, DOF id) of each of `dofs`, flattened.
+  Ints NodeDofs(const Ints& dofs) const {
+    Ints out;
+    for (int s : dofs) out.insert(out.end(), {systemDofs[s].first, DofId(Label(s))});
+    return out;
   }
 };
 
-::testing::AssertionResult SameInts(const Ints& got, const Ints& want) {
-  if (got.size() != want.size()) {
-    return ::testing::AssertionFailure() << "size " << got.size() << " instead of " << want.size();
-  }
-  for (size_t i = 0; i < got.size(); ++i) {
-    if (got[i] != want[i]) {
-      return ::testing::AssertionFailure()
-             << "entry " << i << " is " << got[i] << " instead of " << want[i];
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
+// A solver's part of the system DOFs, in its order, and the acoustic DOFs
+// the numbering should count among them.
+struct SolverPart {
+  Ints dofs;
+  int acoustic;
+};
 
 int* AllocatorCopy(const Ints& masks) {
   int* copy =
@@ -152,53 +133,58 @@ void CheckNodal(const fesD_NodalDofDefinition& def, const Reference& ref, std::m
     for (int label : ref.nodeLabels[n]) wantIds.push_back(ref.DofId(label));
     wantIds.push_back(-100);
   }
-  EXPECT_TRUE(SameInts(masks, wantMasks));
-  EXPECT_TRUE(SameInts(ordinals, wantOrdinals));
-  EXPECT_TRUE(SameInts(ids, wantIds));
+  EXPECT_EQ(masks, wantMasks);
+  EXPECT_EQ(ordinals, wantOrdinals);
+  EXPECT_EQ(ids, wantIds);
 
   Ints flat(ordinals.size());
-  for (size_t i = 0; i < flat.size(); ++i) flat[i] = static_cast<int>(i);
+  std::iota(flat.begin(), flat.end(), 0);
   def.MaxDofToSystemOrdinals(flat.data(), static_cast<int>(flat.size()));
-  EXPECT_TRUE(SameInts(flat, wantOrdinals));
+  EXPECT_EQ(flat, wantOrdinals);
 
-  Ints decoded, wantDecoded;
-  for (int s = 0; s < def.NumberOfDofs(); ++s) {
+  Ints all(def.NumberOfDofs()), decoded;
+  std::iota(all.begin(), all.end(), 0);
+  for (int s : all) {
     fesD_NodeDof nd = def.NodeDofFromSystemDof(s);
     decoded.insert(decoded.end(), {nd.node, nd.dof});
-    wantDecoded.insert(wantDecoded.end(), {ref.systemDofs[s].first, ref.DofId(ref.Label(s))});
   }
-  EXPECT_TRUE(SameInts(decoded, wantDecoded));
+  EXPECT_EQ(decoded, ref.NodeDofs(all));
 
   Selection selection(ref, rng);
   int count = -1;
   int* got = def.SystemDofsFromNodes(selection.flags.get(), count);
-  EXPECT_TRUE(SameInts(Ints(got, got + count), selection.systemDofs));
+  EXPECT_EQ(Ints(got, got + count), selection.systemDofs);
   mem_Free(got);
 }
 
-void CheckSolver(const fesD_NodalDofDefinition& def, const Reference& ref,
-                 const SolverReference& sref, std::mt19937& rng) {
+// A solver ordering as its definition states it: the solver's part, then
+// every other system DOF ascending.
+void CheckSolver(const fesD_NodalDofDefinition& def, const Reference& ref, const SolverPart& part,
+                 std::mt19937& rng) {
   const int dofs = def.NumberOfDofs();
-  ASSERT_EQ(def.NumberOfSolverDofs(), sref.numSolver);
-  EXPECT_EQ(def.NumberOfSolverAcousticDofs(), sref.acoustic);
+  ASSERT_EQ(def.NumberOfSolverDofs(), static_cast<int>(part.dofs.size()));
+  EXPECT_EQ(def.NumberOfSolverAcousticDofs(), part.acoustic);
 
-  Ints order, decoded, wantDecoded;
+  Ints want = part.dofs, position(dofs, -1);  // position: of each system DOF in the solver order
+  std::set<int> inPart(part.dofs.begin(), part.dofs.end()), labels;
+  for (int s = 0; s < dofs; ++s) {
+    if (!inPart.count(s)) want.push_back(s);
+  }
+  for (int s : part.dofs) labels.insert(ref.Label(s));
+  for (int i = 0; i < dofs; ++i) position[want[i]] = i;
+
+  Ints order, decoded;
   for (int i = 0; i < dofs; ++i) {
     order.push_back(def.SystemDofFromSolverDof(i));
     fesD_NodeDof nd = def.NodeDofFromSolverDof(i);
     decoded.insert(decoded.end(), {nd.node, nd.dof});
-    const int s = sref.order[i];
-    wantDecoded.insert(wantDecoded.end(), {ref.systemDofs[s].first, ref.DofId(ref.Label(s))});
   }
-  EXPECT_TRUE(SameInts(order, sref.order));
-  EXPECT_TRUE(SameInts(decoded, wantDecoded));
+  EXPECT_EQ(order, want);
+  EXPECT_EQ(decoded, ref.NodeDofs(want));
 
-  // Position of each system DOF in the solver order.
-  Ints position(dofs, -1);
-  for (int i = 0; i < dofs; ++i) position[sref.order[i]] = i;
   Ints mapping(dofs, -7);
   def.MappingToSolverDofs(mapping.data());
-  EXPECT_TRUE(SameInts(mapping, position));
+  EXPECT_EQ(mapping, position);
 
   Ints values, wantValues;
   for (int i = 0; i < dofs / 2; ++i) {
@@ -206,69 +192,64 @@ void CheckSolver(const fesD_NodalDofDefinition& def, const Reference& ref,
     wantValues.push_back(position[values.back()]);
   }
   def.MapToSolverDofs(values.data(), static_cast<int>(values.size()));
-  EXPECT_TRUE(SameInts(values, wantValues));
+  EXPECT_EQ(values, wantValues);
 
   Selection selection(ref, rng);
-  Ints want;
-  for (int s : selection.systemDofs) want.push_back(position[s]);
-  std::sort(want.begin(), want.end());
+  Ints wantSelected;
+  for (int s : selection.systemDofs) wantSelected.push_back(position[s]);
+  std::sort(wantSelected.begin(), wantSelected.end());
   int count = -1;
   int* got = def.SolverDofsFromNodes(selection.flags.get(), count);
-  EXPECT_TRUE(SameInts(Ints(got, got + count), want));
+  EXPECT_EQ(Ints(got, got + count), wantSelected);
   mem_Free(got);
 
   // DOF ids ranked among those whose label the solver uses, both ways.
-  Ints toSolver, toSystem, wantToSolver, wantToSystem;
-  for (int d = 0; d < def.MaxNodalDof(); ++d) {
+  const int width = def.MaxNodalDof();
+  Ints toSolver, toSystem, wantToSolver, wantToSystem(width, -1);
+  for (int d = 0, rank = 0; d < width; ++d) {
     toSolver.push_back(def.SolverDofIdFromSystemDofId(d));
     toSystem.push_back(def.SystemDofIdFromSolverDofId(d));
-    wantToSolver.push_back(-1);
-    wantToSystem.push_back(-1);
+    const bool used = labels.count(ref.unionLabels[d]) > 0;
+    if (used) wantToSystem[rank] = d;
+    wantToSolver.push_back(used ? rank++ : -1);
   }
-  int rank = 0;
-  for (int d = 0; d < def.MaxNodalDof(); ++d) {
-    if (!sref.labels.count(ref.unionLabels[d])) continue;
-    wantToSolver[d] = rank;
-    wantToSystem[rank++] = d;
-  }
-  EXPECT_TRUE(SameInts(toSolver, wantToSolver));
-  EXPECT_TRUE(SameInts(toSystem, wantToSystem));
+  EXPECT_EQ(toSolver, wantToSolver);
+  EXPECT_EQ(toSystem, wantToSystem);
 }
 
-// The array form: `k` distinct system DOFs in random order.
-SolverReference SetupFromArray(fesD_NodalDofDefinition& def, const Reference& ref, int k,
-                               std::mt19937& rng) {
+// The array form: `k` distinct system DOFs in random order, or with
+// `prefix` the first `k` (given as no array).
+SolverPart SetupFromArray(fesD_NodalDofDefinition& def, const Reference& ref, int k,
+                          std::mt19937& rng, bool prefix = false) {
   Ints all(def.NumberOfDofs());
-  for (int i = 0; i < def.NumberOfDofs(); ++i) all[i] = i;
-  std::shuffle(all.begin(), all.end(), rng);
-  Ints part(all.begin(), all.begin() + k);
-  def.SetupSolverDofs(k, part.data());
-  int acoustic = 0;
-  for (int s : part) acoustic += ref.Label(s) == kAcousticLabel;
-  return SolverReference(ref, part, acoustic);
+  std::iota(all.begin(), all.end(), 0);
+  if (!prefix) std::shuffle(all.begin(), all.end(), rng);
+  SolverPart part{Ints(all.begin(), all.begin() + k), 0};
+  def.SetupSolverDofs(k, prefix ? nullptr : part.dofs.data());
+  for (int s : part.dofs) part.acoustic += ref.Label(s) == kAcousticLabel;
+  return part;
 }
 
 // The node-mask form: random node ranks (or none), a random part of each
-// node's labels (or all of them).
-SolverReference SetupFromNodeMasks(fesD_NodalDofDefinition& def, const Reference& ref, bool ranked,
-                                   int keptAcoustic, std::mt19937& rng, bool whole = false) {
+// node's labels (or all of them). The acoustic count it should keep is given.
+SolverPart SetupFromNodeMasks(fesD_NodalDofDefinition& def, const Reference& ref, bool ranked,
+                              int keptAcoustic, std::mt19937& rng, bool whole = false) {
   const int nodes = def.NumberOfNodes();
-  Ints nodeOrder(nodes);
-  for (int i = 0; i < nodes; ++i) nodeOrder[i] = i;
+  Ints nodeOrder(nodes), rank(nodes), solverMasks(nodes);
+  std::iota(nodeOrder.begin(), nodeOrder.end(), 0);
   if (ranked) std::shuffle(nodeOrder.begin(), nodeOrder.end(), rng);
-  Ints rank(nodes), solverMasks(nodes);
   for (int k = 0; k < nodes; ++k) rank[nodeOrder[k]] = k + 1;
   for (int n = 0; n < nodes; ++n) {
     solverMasks[n] = def.ActivityMasks()[n] & (whole ? -1 : static_cast<int>(rng() & 0x7FFFFFFF));
   }
   def.SetupSolverDofs(ranked ? rank.data() : nullptr, solverMasks.data());
-  Ints part;
+  SolverPart part{{}, keptAcoustic};
   for (int n : nodeOrder) {
     for (int label : LabelsOf(static_cast<unsigned>(solverMasks[n]))) {
-      part.push_back(ref.systemDofOf.at({n, label}));
+      part.dofs.push_back(ref.systemDofOf.at({n, label}));
     }
   }
-  return SolverReference(ref, part, keptAcoustic);
+  return part;
 }
 
 // Masks of a mixed mesh: solids, shells, acoustic nodes, unused nodes and
@@ -303,23 +284,16 @@ TEST(NodalDofsReference, RandomMasks) {
 
     // A fresh object set up by node masks counts no acoustic DOFs; the
     // array form counts them, and the node-mask form keeps that count.
-    SolverReference first = SetupFromNodeMasks(def, ref, true, 0, rng);
-    CheckSolver(def, ref, first, rng);
+    CheckSolver(def, ref, SetupFromNodeMasks(def, ref, true, 0, rng), rng);
     const int k = def.NumberOfDofs() / 3;
-    SolverReference fromArray = SetupFromArray(def, ref, k, rng);
+    SolverPart fromArray = SetupFromArray(def, ref, k, rng);
     CheckSolver(def, ref, fromArray, rng);
     CheckSolver(def, ref, SetupFromNodeMasks(def, ref, false, fromArray.acoustic, rng), rng);
-    SolverReference every = SetupFromArray(def, ref, def.NumberOfDofs(), rng);
+    SolverPart every = SetupFromArray(def, ref, def.NumberOfDofs(), rng);
     CheckSolver(def, ref, every, rng);
     // Every label of every node, over the table the partial orderings filled.
     CheckSolver(def, ref, SetupFromNodeMasks(def, ref, true, every.acoustic, rng, true), rng);
-
-    Ints prefix(k);
-    for (int i = 0; i < k; ++i) prefix[i] = i;
-    def.SetupSolverDofs(k, nullptr);
-    int acoustic = 0;
-    for (int s : prefix) acoustic += ref.Label(s) == kAcousticLabel;
-    CheckSolver(def, ref, SolverReference(ref, prefix, acoustic), rng);
+    CheckSolver(def, ref, SetupFromArray(def, ref, k, rng, true), rng);
   }
 }
 
@@ -351,20 +325,19 @@ TEST(NodalDofsReference, RealDecks) {
 }
 
 TEST(NodalDofsReference, DeckElementTypes) {
-  int mask = 0, n = 0;
-  ASSERT_TRUE(FeDeckElementType("C3D20R", &mask, &n));
-  EXPECT_EQ(mask, 0x7);
-  EXPECT_EQ(n, 20);
-  ASSERT_TRUE(FeDeckElementType("s8", &mask, &n));
-  EXPECT_EQ(mask, 0x3F);
-  EXPECT_EQ(n, 8);
-  ASSERT_TRUE(FeDeckElementType("B32R", &mask, &n));
-  EXPECT_EQ(n, 3);
-  ASSERT_TRUE(FeDeckElementType("T3D2", &mask, &n));
-  EXPECT_EQ(mask, 0x7);
-  EXPECT_EQ(n, 2);
-  EXPECT_FALSE(FeDeckElementType("SPRINGA", &mask, &n));
-  EXPECT_FALSE(FeDeckElementType("DCOUP3D", &mask, &n));
+  struct Case {
+    const char* type;
+    int mask, nodes;  // mask 0: not a known type
+  } cases[] = {{"C3D20R", 0x7, 20}, {"s8", 0x3F, 8},   {"B32R", 0x3F, 3},
+               {"T3D2", 0x7, 2},    {"SPRINGA", 0, 0}, {"DCOUP3D", 0, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.type);
+    int mask = 0, n = 0;
+    ASSERT_EQ(FeDeckElementType(c.type, &mask, &n), c.mask != 0);
+    if (c.mask == 0) continue;
+    EXPECT_EQ(mask, c.mask);
+    EXPECT_EQ(n, c.nodes);
+  }
 }
 
 }  // namespace
