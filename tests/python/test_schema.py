@@ -9,7 +9,7 @@ import numpy as np
 import pytest
 
 import ddb_pdm as ddb
-from conftest import describe, members, python_class, schema_classes
+from conftest import describe, make_tree, members, python_class, schema_classes
 
 
 class Values:
@@ -110,9 +110,7 @@ def test_every_member_of_every_class_round_trips(root, tmp_path):
 
 
 def test_class_hierarchy_and_identifiers(root, tmp_path):
-    sim = root.create_sim(tmp_path / "h.sim")
-    svc = sim.service
-    c = svc.create_collection(2)
+    sim, c = make_tree(root, tmp_path / "h.sim")
     labels = c.create_ordered_set([0, 1]).create_int32([5, 6])
     cases = [
         (ddb.FESystem, ("s", labels, labels), "com.trevolo.FESystem"),
@@ -120,8 +118,6 @@ def test_class_hierarchy_and_identifiers(root, tmp_path):
         (ddb.ModalSystem, ("m", labels, labels, c, c), "com.trevolo.ModalSystem"),
         (ddb.SubstructureSystem, ("u", labels, labels, c, c, c), "com.trevolo.SubstructureSystem"),
     ]
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
     systems = sim.discrete_model.mesh.systems
     for cls, args, class_id in cases:
         stored = systems.append(cls.new(*args))
@@ -191,10 +187,7 @@ def test_maps_read_and_write_as_dicts(root, tmp_path):
 
 def test_arrays(root, tmp_path):
     file = tmp_path / "arrays.sim"
-    sim = root.create_sim(file)
-    c = sim.service.create_collection(3)
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
+    sim, c = make_tree(root, file)
     systems = sim.discrete_model.mesh.systems
     assert len(systems) == 0 and list(systems) == []
     with pytest.raises(IndexError):
@@ -222,12 +215,8 @@ def test_arrays(root, tmp_path):
 
 def test_derived_systems_keep_their_parts(root, tmp_path):
     file = tmp_path / "derived.sim"
-    sim = root.create_sim(file)
-    svc = sim.service
-    c = svc.create_collection(4)
-    labels = c.create_ordered_set(range(4)).create_int32([11, 12, 13, 14])
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
+    sim, c = make_tree(root, file)
+    labels = c.create_ordered_set(range(5)).create_int32([11, 12, 13, 14, 15])
     sub = ddb.SubstructureSystem.new("sub", labels, labels, c, c, c)
     damping = ddb.SubDamp.new()
     damping.alpha, damping.mass = 0.5, 2.5
@@ -241,9 +230,9 @@ def test_derived_systems_keep_their_parts(root, tmp_path):
         assert type(sub) is ddb.SubstructureSystem
         d = sub.damping
         assert (d.alpha, d.beta, d.structural, d.mass, d.volume) == (0.5, 0.0, 0.0, 2.5, 7.0)
-        assert sub.nodal_labels.values().tolist() == [11, 12, 13, 14]
+        assert sub.nodal_labels.values().tolist() == [11, 12, 13, 14, 15]
         assert list(sub.user_distributions) == ["labels"]
-        assert sub.dof_types.size == 4
+        assert sub.dof_types.size == 5
 
 
 def test_the_stub_declares_the_module(tmp_path):
