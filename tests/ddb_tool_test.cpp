@@ -44,32 +44,28 @@ class DdbTool : public testing::Test {
   }
   static void TearDownTestSuite() { delete s_dir; }
   static std::string File(const char* name) { return s_dir->File(name); }
+  // Runs ddb and expects its exit status and its whole output.
+  static void Expect(const std::string& arguments, int status, const std::string& out) {
+    SCOPED_TRACE("ddb " + arguments);
+    Ran run = Ddb(arguments);
+    EXPECT_EQ(run.status, status);
+    EXPECT_EQ(run.out, out);
+  }
   static ScratchDir* s_dir;
 };
 ScratchDir* DdbTool::s_dir = nullptr;
 
 TEST_F(DdbTool, CheckFindsAHealthyDatabaseCleanAndEachProblemWithItsPlace) {
-  Ran clean = Ddb("check " + File("a.sim"));
-  EXPECT_EQ(clean.status, 0);
-  EXPECT_EQ(clean.out, File("a.sim") + ": clean\n");
+  Expect("check " + File("a.sim"), 0, File("a.sim") + ": clean\n");
 
   // An unknown class at the first FE system: one problem, where it is.
   std::string bad = File("bad.sim");
   WriteWholeFile(bad, ReadWholeFile(File("a.sim")));
-  hid_t f = H5Fopen(bad.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
-  hid_t o = H5Oopen(f, "/sim/discreteModel/mesh/systems/0", H5P_DEFAULT);
-  hid_t a = H5Aopen(o, "class", H5P_DEFAULT);
-  char id[80] = "com.trevolo.Unknown";
-  H5Awrite(a, H5T_NATIVE_UCHAR, id);
-  H5Aclose(a);
-  H5Oclose(o);
-  H5Fclose(f);
-  Ran problems = Ddb("check " + bad);
-  EXPECT_EQ(problems.status, 1);
-  EXPECT_EQ(problems.out,
-            "#/discreteModel/mesh/systems/:0: the object cannot be opened\n"
-            "#/discreteModel/mesh/systems/:0: **ERROR fesD_FESystemHolder::Open: class "
-            "com.trevolo.Unknown is not registered\n");
+  RawWriteClass(bad, "/sim/discreteModel/mesh/systems/0", "com.trevolo.Unknown");
+  Expect("check " + bad, 1,
+         "#/discreteModel/mesh/systems/:0: the object cannot be opened\n"
+         "#/discreteModel/mesh/systems/:0: **ERROR fesD_FESystemHolder::Open: class "
+         "com.trevolo.Unknown is not registered\n");
   nlohmann::json json = nlohmann::json::parse(Ddb("check --json " + bad).out);
   EXPECT_EQ(json["problems"].size(), 2u);
   EXPECT_EQ(json["problems"][0]["link"], "#/discreteModel/mesh/systems/:0");
@@ -82,12 +78,10 @@ TEST_F(DdbTool, CheckFindsAHealthyDatabaseCleanAndEachProblemWithItsPlace) {
   body.push_back(0x08);
   PutInt(body, 1);
   RawWriteDataset(cut, "/sim/discreteModel/mesh/#simpleTypeMembers", Stream(body));
-  Ran undecodable = Ddb("check " + cut);
-  EXPECT_EQ(undecodable.status, 1);
-  EXPECT_EQ(undecodable.out,
-            "#/discreteModel/mesh: **ERROR msfD_MeshImpl::LoadMembers: error 2 loading class "
-            "data\n#/discreteModel/mesh: the members record stops decoding at byte 14 "
-            "(msfD_MeshImpl, stream error 2)\n");
+  Expect("check " + cut, 1,
+         "#/discreteModel/mesh: **ERROR msfD_MeshImpl::LoadMembers: error 2 loading class "
+         "data\n#/discreteModel/mesh: the members record stops decoding at byte 14 "
+         "(msfD_MeshImpl, stream error 2)\n");
 
   // A pending journal is something a host must settle first.
   WriteWholeFile(bad + "-journal", "DDBJRNL\x02 and whatever follows");
@@ -131,30 +125,27 @@ TEST_F(DdbTool, TreeGetAndJsonShowWhatAHostReads) {
   EXPECT_EQ(json["class"], "com.trevolo.Sim");
   EXPECT_EQ(json["children"][0]["children"][0]["members"]["nodes"], "collection 0 of 6");
 
-  Ran get = Ddb("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:2/damping'");
-  EXPECT_EQ(get.status, 0);
-  EXPECT_EQ(get.out,
-            "sim: com.trevolo.SubDamp  #/discreteModel/mesh/systems/:2/damping\n"
-            "  alpha = 17\n  beta = 0\n  structural = 0\n  mass = 0\n  volume = 0\n");
+  Expect("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:2/damping'", 0,
+         "sim: com.trevolo.SubDamp  #/discreteModel/mesh/systems/:2/damping\n"
+         "  alpha = 17\n  beta = 0\n  structural = 0\n  mass = 0\n  volume = 0\n");
   EXPECT_EQ(Ddb("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:99'").status, 1);
-  EXPECT_EQ(Ddb("tree " + File("a.sim") + " --depth 1").out,
-            "sim: com.trevolo.Sim  #\n  discreteModel: com.trevolo.DiscreteModel  #/discreteModel\n"
-            "    vectors = collection 0 of 6\n    localNodes = collection 0 of 6\n"
-            "    localFaces = -\n    frames = -\n    integrationPoints = -\n"
-            "    sectionPoints = -\n    components = -\n");
+  Expect("tree " + File("a.sim") + " --depth 1", 0,
+         "sim: com.trevolo.Sim  #\n  discreteModel: com.trevolo.DiscreteModel  #/discreteModel\n"
+         "    vectors = collection 0 of 6\n    localNodes = collection 0 of 6\n"
+         "    localFaces = -\n    frames = -\n    integrationPoints = -\n"
+         "    sectionPoints = -\n    components = -\n");
 }
 
 TEST_F(DdbTool, DiffComparesMemberByMemberWithTolerances) {
-  EXPECT_EQ(Ddb("diff " + File("a.sim") + " " + File("a.sim")).status, 0);
-  Ran diff = Ddb("diff " + File("a.sim") + " " + File("b.sim"));
-  EXPECT_EQ(diff.status, 1);
-  EXPECT_EQ(diff.out, "#/discreteModel/mesh/systems/:2/damping alpha: 17 | 18.5\n");
-  EXPECT_EQ(Ddb("diff --quiet " + File("a.sim") + " " + File("b.sim")).out, "");
-  EXPECT_EQ(Ddb("diff --abs 2 " + File("a.sim") + " " + File("b.sim")).status, 0);
-  EXPECT_EQ(Ddb("diff --rel alpha=0.1 " + File("a.sim") + " " + File("b.sim")).status, 0);
-  EXPECT_EQ(Ddb("diff --rel beta=0.5 " + File("a.sim") + " " + File("b.sim")).status, 1);
-  nlohmann::json json =
-      nlohmann::json::parse(Ddb("diff --json " + File("a.sim") + " " + File("b.sim")).out);
+  const std::string a = File("a.sim"), ab = a + " " + File("b.sim");
+  const std::string alpha = "#/discreteModel/mesh/systems/:2/damping alpha: 17 | 18.5\n";
+  Expect("diff " + a + " " + a, 0, "");
+  Expect("diff " + ab, 1, alpha);
+  Expect("diff --quiet " + ab, 1, "");
+  Expect("diff --abs 2 " + ab, 0, "");
+  Expect("diff --rel alpha=0.1 " + ab, 0, "");
+  Expect("diff --rel beta=0.5 " + ab, 1, alpha);
+  nlohmann::json json = nlohmann::json::parse(Ddb("diff --json " + ab).out);
   EXPECT_EQ(json["differences"][0]["second"], "18.5");
 }
 

@@ -63,6 +63,15 @@ def root():
         yield r
 
 
+def make_tree(root, file, alias="t"):
+    """A new database with a discrete model and a mesh over one collection of 5."""
+    sim = root.create_sim(file, alias=alias)
+    c = sim.service.create_collection(5)
+    sim.discrete_model = ddb.DiscreteModel.new(c, c)
+    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
+    return sim, c
+
+
 def program(variable):
     path = os.environ.get(variable)
     if not path:

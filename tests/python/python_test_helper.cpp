@@ -12,7 +12,6 @@
 // C++ side wrote.
 #include <DDB_PDM_Core.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <numeric>
@@ -26,72 +25,48 @@ namespace {
 
 typedef std::vector<int> Ints;
 
-// The values as a distribution over a new collection of their own size.
-QELSimDistributionID Store(QELSimContextID context, const Ints& values) {
-  const int n = static_cast<int>(values.size());
-  Ints members(values.size());
+// An ordered set of every member of a new collection of `n`.
+QELSimCSetID All(QELSimCollectionID collection, int n) {
+  Ints members(n);
   std::iota(members.begin(), members.end(), 0);
-  QELSimCSetID set = QELSimCollectionRef(QELSimCollectionRef::Create(context, n))
-                         .CreateOrderedCSet(members.data(), n);
-  return QELSimDistributionRef::CreateInt32(set, values.data());
+  return QELSimCollectionRef(collection).CreateOrderedCSet(members.data(), n);
 }
 
-// A result array of the library, and how many entries it has (the count is
-// filled by the call that makes the array, so it is read only afterwards).
-Ints Adopt(int* values, const int& count) {
-  Ints out(values, values + count);
-  mem_Free(values);
-  return out;
-}
+// The answers by name, each over a new collection of its own size.
+struct Answers {
+  QELSimContextID context;
+  ada_MapString<QELSimDistributionID> stored;
 
-// The selection the tests use: every node with an even index.
-std::unique_ptr<bool[]> EvenNodes(int nodes) {
-  std::unique_ptr<bool[]> even(new bool[static_cast<size_t>(nodes)]);
-  for (int i = 0; i < nodes; ++i) even[i] = i % 2 == 0;
-  return even;
-}
-
-// Every answer of the numbering that the Python tests compare, by name.
-void Answers(const fesD_NodalDofDefinition& def, ada_MapString<QELSimDistributionID>& out,
-             QELSimContextID context) {
-  const int nodes = def.NumberOfNodes(), dofs = def.NumberOfDofs(), width = def.MaxNodalDof();
-  Ints node(dofs), dof(dofs), labels(width), flat(static_cast<size_t>(nodes) * width);
-  for (int s = 0; s < dofs; ++s) {
-    node[s] = def.NodeDofFromSystemDof(s).node;
-    dof[s] = def.NodeDofFromSystemDof(s).dof;
+  void Put(const std::string& name, const Ints& values) {
+    const int n = static_cast<int>(values.size());
+    QELSimCSetID set = All(QELSimCollectionRef::Create(context, n), n);
+    stored.insert(name.c_str(), QELSimDistributionRef::CreateInt32(set, values.data()));
   }
-  for (int d = 0; d < width; ++d) labels[d] = def.DofLabel(d);
-  std::iota(flat.begin(), flat.end(), 0);
-  def.MaxDofToSystemOrdinals(flat.data(), static_cast<int>(flat.size()));
-  std::unique_ptr<bool[]> even = EvenNodes(nodes);
-  int count = 0;
-  Ints evenDofs = Adopt(def.SystemDofsFromNodes(even.get(), count), count);
-  out.insert("node_of_dof", Store(context, node));
-  out.insert("dof_of_dof", Store(context, dof));
-  out.insert("dof_labels", Store(context, labels));
-  out.insert("system_ordinals", Store(context, flat));
-  out.insert("system_dofs_of_even_nodes", Store(context, evenDofs));
-}
+  // A result array of the library, released once stored. The count is filled
+  // by the call that makes the array, so it is taken by reference.
+  void Adopt(const std::string& name, int* values, const int& count) {
+    Put(name, Ints(values, values + count));
+    mem_Free(values);
+  }
+};
 
 // The solver's answers after one of its setups, under `prefix`.
 void SolverAnswers(const fesD_NodalDofDefinition& def, const std::string& prefix,
-                   ada_MapString<QELSimDistributionID>& out, QELSimContextID context) {
-  const int dofs = def.NumberOfDofs(), width = def.MaxNodalDof();
-  Ints order(def.NumberOfSolverDofs()), mapping(dofs), ids(width), back(width);
+                   const bool* evenNodes, Answers& out) {
+  const int width = def.MaxNodalDof();
+  Ints order(def.NumberOfSolverDofs()), mapping(def.NumberOfDofs()), ids(width), back(width);
   for (int i = 0; i < def.NumberOfSolverDofs(); ++i) order[i] = def.SystemDofFromSolverDof(i);
   def.MappingToSolverDofs(mapping.data());
   for (int d = 0; d < width; ++d) {
     ids[d] = def.SolverDofIdFromSystemDofId(d);
     back[d] = def.SystemDofIdFromSolverDofId(d);
   }
-  std::unique_ptr<bool[]> even = EvenNodes(def.NumberOfNodes());
+  out.Put(prefix + "solver_to_system", order);
+  out.Put(prefix + "mapping", mapping);
+  out.Put(prefix + "solver_dof_ids", ids);
+  out.Put(prefix + "system_dof_ids", back);
   int count = 0;
-  Ints evenSolver = Adopt(def.SolverDofsFromNodes(even.get(), count), count);
-  out.insert((prefix + "solver_to_system").c_str(), Store(context, order));
-  out.insert((prefix + "mapping").c_str(), Store(context, mapping));
-  out.insert((prefix + "solver_dof_ids").c_str(), Store(context, ids));
-  out.insert((prefix + "system_dof_ids").c_str(), Store(context, back));
-  out.insert((prefix + "solver_dofs_of_even_nodes").c_str(), Store(context, evenSolver));
+  out.Adopt(prefix + "solver_dofs_of_even_nodes", def.SolverDofsFromNodes(evenNodes, count), count);
 }
 
 int Deck(const std::string& deckFile, const std::string& file) {
@@ -105,24 +80,39 @@ int Deck(const std::string& deckFile, const std::string& file) {
   msfD_Root root(0);
   msfD_Sim sim = root.createSim(file.c_str(), "deck", 0);
   if (!sim) return 1;
-  QELSimContextID context = sim.distributionService().Context();
+  Answers answers{sim.distributionService().Context(), {}};
+  const QELSimContextID context = answers.context;
   QELSimCollectionID nodes = QELSimCollectionRef::Create(context, n);
-  Ints order(n);
-  std::iota(order.begin(), order.end(), 0);
-  QELSimCSetID all = QELSimCollectionRef(nodes).CreateOrderedCSet(order.data(), n);
+  QELSimCSetID all = All(nodes, n);
   QELSimDistributionID labels = QELSimDistributionRef::CreateInt32(all, deck.nodeLabels.data());
   QELSimDistributionID masks = QELSimDistributionRef::CreateInt32(all, deck.masks.data());
-  msfD_DiscreteModel model = sim.DiscreteModel(msfD_DiscreteModel::New(nodes, nodes, 0));
   msfD_Mesh mesh =
-      model.Mesh(msfD_Mesh::New(nodes, QELSimCollectionRef::Create(context, deck.elements), 0));
+      sim.DiscreteModel(msfD_DiscreteModel::New(nodes, nodes, 0))
+          .Mesh(msfD_Mesh::New(nodes, QELSimCollectionRef::Create(context, deck.elements), 0));
 
   fesD_NodalDofDefinition def(masks, 0, false);
-  QELSimCollectionID dofs = QELSimCollectionRef::Create(context, def.NumberOfDofs());
-  fesD_ModalSystemHolder holder = fesD_ModalSystem::New("deck", labels, masks, dofs,
+  const int dofs = def.NumberOfDofs(), width = def.MaxNodalDof();
+  QELSimCollectionID dofCollection = QELSimCollectionRef::Create(context, dofs);
+  fesD_ModalSystemHolder holder = fesD_ModalSystem::New("deck", labels, masks, dofCollection,
                                                         QELSimCollectionRef::Create(context, 1), 0);
   fesD_ModalSystem system = holder.Get();
-  ada_MapString<QELSimDistributionID> answers;
-  Answers(def, answers, context);
+
+  Ints node(dofs), dof(dofs), dofLabels(width), flat(static_cast<size_t>(n) * width);
+  for (int s = 0; s < dofs; ++s) {
+    node[s] = def.NodeDofFromSystemDof(s).node;
+    dof[s] = def.NodeDofFromSystemDof(s).dof;
+  }
+  for (int d = 0; d < width; ++d) dofLabels[d] = def.DofLabel(d);
+  std::iota(flat.begin(), flat.end(), 0);
+  def.MaxDofToSystemOrdinals(flat.data(), static_cast<int>(flat.size()));
+  answers.Put("node_of_dof", node);
+  answers.Put("dof_of_dof", dof);
+  answers.Put("dof_labels", dofLabels);
+  answers.Put("system_ordinals", flat);
+  std::unique_ptr<bool[]> even(new bool[static_cast<size_t>(n)]);
+  for (int i = 0; i < n; ++i) even[i] = i % 2 == 0;
+  int count = 0;
+  answers.Adopt("system_dofs_of_even_nodes", def.SystemDofsFromNodes(even.get(), count), count);
 
   // The node-mask form: each node's highest label left out, nodes in reverse order.
   Ints solverMasks(n), rank(n);
@@ -132,24 +122,21 @@ int Deck(const std::string& deckFile, const std::string& file) {
     rank[i] = n - i;
   }
   def.SetupSolverDofs(rank.data(), solverMasks.data());
-  SolverAnswers(def, "g_", answers, context);
+  SolverAnswers(def, "g_", even.get(), answers);
   // The array form: every other system DOF, last first; its permutation is stored.
   Ints solver;
-  for (int s = def.NumberOfDofs() - 1; s >= 0; s -= 2) solver.push_back(s);
+  for (int s = dofs - 1; s >= 0; s -= 2) solver.push_back(s);
   def.SetupSolverDofs(static_cast<int>(solver.size()), solver.data());
-  SolverAnswers(def, "e_", answers, context);
-  system.SolverDofOrdering(def.WritePermutation(dofs));
+  SolverAnswers(def, "e_", even.get(), answers);
+  system.SolverDofOrdering(def.WritePermutation(dofCollection));
 
-  int count = 0, maxLabel = 0;
-  fesD_FESystem base = system;
-  int* user = fesD_Utilities::InternalToUserNodes(base, count);
-  answers.insert("internal_to_user", Store(context, Adopt(user, count)));
-  int* internal = fesD_Utilities::UserToInternalNodes(base, maxLabel);
-  Ints inverse = Adopt(internal, maxLabel + 1);
-  answers.insert("user_to_internal", Store(context, inverse));
-  system.UserDistributions(answers);
+  int maxLabel = 0;
+  answers.Adopt("internal_to_user", fesD_Utilities::InternalToUserNodes(system, count), count);
+  int* internal = fesD_Utilities::UserToInternalNodes(system, maxLabel);
+  answers.Adopt("user_to_internal", internal, maxLabel + 1);
+  system.UserDistributions(answers.stored);
   mesh.systems().add(holder.ReleaseAsFESystem());
-  std::printf("%d nodes, %d DOFs\n", n, def.NumberOfDofs());
+  std::printf("%d nodes, %d DOFs\n", n, dofs);
   return 0;
 }
 

@@ -11,15 +11,7 @@ import numpy as np
 import pytest
 
 import ddb_pdm as ddb
-from conftest import program, run
-
-
-def make_tree(root, file):
-    sim = root.create_sim(file, alias="t")
-    c = sim.service.create_collection(5)
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
-    return sim, c
+from conftest import make_tree, program, run
 
 
 def test_refusals_raise_the_library_text_and_print_nothing(root, tmp_path, capfd):

@@ -9,7 +9,7 @@ import numpy as np
 import pytest
 
 import ddb_pdm as ddb
-from conftest import describe, members, python_class, schema_classes
+from conftest import describe, make_tree, members, python_class, schema_classes
 
 
 class Values:
@@ -110,9 +110,7 @@ def test_every_member_of_every_class_round_trips(root, tmp_path):
 
 
 def test_class_hierarchy_and_identifiers(root, tmp_path):
-    sim = root.create_sim(tmp_path / "h.sim")
-    svc = sim.service
-    c = svc.create_collection(2)
+    sim, c = make_tree(root, tmp_path / "h.sim")
     labels = c.create_ordered_set([0, 1]).create_int32([5, 6])
     cases = [
         (ddb.FESystem, ("s", labels, labels), "com.trevolo.FESystem"),
@@ -120,8 +118,6 @@ def test_class_hierarchy_and_identifiers(root, tmp_path):
         (ddb.ModalSystem, ("m", labels, labels, c, c), "com.trevolo.ModalSystem"),
         (ddb.SubstructureSystem, ("u", labels, labels, c, c, c), "com.trevolo.SubstructureSystem"),
     ]
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
     systems = sim.discrete_model.mesh.systems
     for cls, args, class_id in cases:
         stored = systems.append(cls.new(*args))
@@ -189,12 +185,9 @@ def test_maps_read_and_write_as_dicts(root, tmp_path):
             -1: [4, 2], 5: [4, 2], 70000: [4, 2]}
 
 
-def test_arrays(root, tmp_path):
+def test_arrays_and_derived_systems(root, tmp_path):
     file = tmp_path / "arrays.sim"
-    sim = root.create_sim(file)
-    c = sim.service.create_collection(3)
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
+    sim, c = make_tree(root, file)
     systems = sim.discrete_model.mesh.systems
     assert len(systems) == 0 and list(systems) == []
     with pytest.raises(IndexError):
@@ -204,9 +197,16 @@ def test_arrays(root, tmp_path):
     first = events.append(ddb.ModalEvent.new("e0", 0, c, c))
     events.append(ddb.ModalEvent.new("e1", 1, c, c))
     assert systems.append(modal) is not modal
-    systems.append(ddb.FESystem.new("plain", None, None))
     first.event_type_id = 10  # a handle taken before the append stays valid
-    assert [s.system_name for s in systems] == ["m", "plain"]
+    labels = c.create_ordered_set(range(5)).create_int32([11, 12, 13, 14, 15])
+    sub = ddb.SubstructureSystem.new("sub", labels, labels, c, c, c)
+    damping = ddb.SubDamp.new()
+    damping.alpha, damping.mass = 0.5, 2.5
+    sub.damping = damping  # filled before it is stored
+    stored = systems.append(sub)
+    stored.damping.volume = 7.0  # and changed after
+    stored.user_distributions = {"labels": labels}
+    assert [s.system_name for s in systems] == ["m", "sub"]
     assert systems[-1] == systems[1] and systems[-2] == modal
     for index in (2, -3, 10**20):
         with pytest.raises((IndexError, OverflowError, TypeError)):
@@ -214,36 +214,14 @@ def test_arrays(root, tmp_path):
     assert repr(systems) == "<ddb_pdm.MeshSystems of 2>"
     root.close_sim(sim)
     with ddb.open(file) as again:
-        systems = again.discrete_model.mesh.systems
-        events = systems[0].events
-        assert [(e.event_name, e.event_type_id) for e in events] == [("e0", 10), ("e1", 1)]
-        assert isinstance(systems[0], ddb.ModalSystem)
-
-
-def test_derived_systems_keep_their_parts(root, tmp_path):
-    file = tmp_path / "derived.sim"
-    sim = root.create_sim(file)
-    svc = sim.service
-    c = svc.create_collection(4)
-    labels = c.create_ordered_set(range(4)).create_int32([11, 12, 13, 14])
-    sim.discrete_model = ddb.DiscreteModel.new(c, c)
-    sim.discrete_model.mesh = ddb.Mesh.new(c, c)
-    sub = ddb.SubstructureSystem.new("sub", labels, labels, c, c, c)
-    damping = ddb.SubDamp.new()
-    damping.alpha, damping.mass = 0.5, 2.5
-    sub.damping = damping  # filled before it is stored
-    stored = sim.discrete_model.mesh.systems.append(sub)
-    stored.damping.volume = 7.0  # and changed after
-    stored.user_distributions = {"labels": labels}
-    root.close_sim(sim)
-    with ddb.open(file) as again:
-        sub = again.discrete_model.mesh.systems[0]
-        assert type(sub) is ddb.SubstructureSystem
+        modal, sub = again.discrete_model.mesh.systems
+        assert [(e.event_name, e.event_type_id) for e in modal.events] == [("e0", 10), ("e1", 1)]
+        assert type(modal) is ddb.ModalSystem and type(sub) is ddb.SubstructureSystem
         d = sub.damping
         assert (d.alpha, d.beta, d.structural, d.mass, d.volume) == (0.5, 0.0, 0.0, 2.5, 7.0)
-        assert sub.nodal_labels.values().tolist() == [11, 12, 13, 14]
+        assert sub.nodal_labels.values().tolist() == [11, 12, 13, 14, 15]
         assert list(sub.user_distributions) == ["labels"]
-        assert sub.dof_types.size == 4
+        assert sub.dof_types.size == 5
 
 
 def test_the_stub_declares_the_module(tmp_path):

@@ -17,41 +17,29 @@ for f in fesD_SubDamp.h fesD_SubDamp.cpp; do
     { echo "generated $f differs from tests/schemagen/golden/$f"; fail=1; }
 done
 
-# refused <expected message> <table text>: the generator must fail with exactly that line.
+# refused <expected message> <table text, \n between lines>: the generator must fail with
+# exactly that line.
 refused() {
-  printf '%s\n' "$2" > "$work/bad.schema"
+  printf '%b\n' "$2" > "$work/bad.schema"
   if (cd "$work" && "$generator" "$work/bad.schema" "$work" 2> "$work/err.txt"); then
     echo "accepted a table that is wrong: $1"; fail=1; return
   fi
   printf '%s\n' "$1" | cmp -s - "$work/err.txt" ||
     { echo "expected: $1"; echo "got: $(cat "$work/err.txt")"; fail=1; }
 }
-refused "$work/bad.schema:2: unknown declaration 'simpel'" \
-"class X com.trevolo.X
-simpel a int"
+refused "$work/bad.schema:2: unknown declaration 'simpel'" 'class X com.trevolo.X\nsimpel a int'
 refused "$work/bad.schema: duplicate member 'a'" \
-"class X com.trevolo.X
-simple a int
-simple a double"
-refused "$work/bad.schema:2: unknown member type 'float'" \
-"class X com.trevolo.X
-simple a float"
+  'class X com.trevolo.X\nsimple a int\nsimple a double'
+refused "$work/bad.schema:2: unknown member type 'float'" 'class X com.trevolo.X\nsimple a float'
 refused "$work/bad.schema:2: unknown member type 'ada_MapString<ada_MapInt<int>>'" \
-"class X com.trevolo.X
-simple a ada_MapString<ada_MapInt<int>>"
+  'class X com.trevolo.X\nsimple a ada_MapString<ada_MapInt<int>>'
 refused "$work/bad.schema: cannot read the table of base xyz_B ('xyz/xyz_B.schema')" \
-"class X com.trevolo.X
-base xyz_B xyz/xyz_B.h
-simple a int"
+  'class X com.trevolo.X\nbase xyz_B xyz/xyz_B.h\nsimple a int'
 mkdir -p "$work/xyz"
 printf 'class xyz_E com.trevolo.E\nsimple e int\n' > "$work/xyz/xyz_D.schema"
 refused "xyz/xyz_D.schema: is the table of xyz_E, not xyz_D" \
-"class X com.trevolo.X
-base xyz_D xyz/xyz_D.h
-simple a int"
+  'class X com.trevolo.X\nbase xyz_D xyz/xyz_D.h\nsimple a int'
 refused "$work/bad.schema:2: unknown service type 'gbb_Other'" \
-"class X com.trevolo.X
-service s gbb_Other"
-refused "$work/bad.schema: no class line" \
-"simple a int"
+  'class X com.trevolo.X\nservice s gbb_Other'
+refused "$work/bad.schema: no class line" 'simple a int'
 exit $fail

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -14,21 +15,16 @@ std::string Upper(std::string s) {
   return s;
 }
 
-std::string Trim(const std::string& s) {
-  size_t b = s.find_first_not_of(" \t\r\n");
-  if (b == std::string::npos) return std::string();
-  size_t e = s.find_last_not_of(" \t\r\n");
-  return s.substr(b, e - b + 1);
-}
-
-std::vector<std::string> SplitCommas(const std::string& line) {
-  std::vector<std::string> fields;
-  size_t start = 0;
-  for (;;) {
-    size_t comma = line.find(',', start);
-    fields.push_back(Trim(line.substr(start, comma - start)));
-    if (comma == std::string::npos) break;
-    start = comma + 1;
+// The comma-separated fields of a line, blanks removed ("*NODE PRINT" reads
+// as "*NODEPRINT", so it is no *NODE block).
+std::vector<std::string> Fields(const std::string& line) {
+  std::vector<std::string> fields(1);
+  for (char c : line) {
+    if (c == ',') {
+      fields.emplace_back();
+    } else if (!std::isspace(static_cast<unsigned char>(c))) {
+      fields.back() += c;
+    }
   }
   return fields;
 }
@@ -36,16 +32,11 @@ std::vector<std::string> SplitCommas(const std::string& line) {
 // The value of KEY=VALUE among a keyword line's parameters, or "".
 std::string Parameter(const std::vector<std::string>& fields, const std::string& key) {
   for (size_t i = 1; i < fields.size(); ++i) {
-    size_t eq = fields[i].find('=');
-    if (eq != std::string::npos && Upper(Trim(fields[i].substr(0, eq))) == key) {
-      return Trim(fields[i].substr(eq + 1));
+    if (Upper(fields[i].substr(0, key.size() + 1)) == key + "=") {
+      return fields[i].substr(key.size() + 1);
     }
   }
   return std::string();
-}
-
-bool StartsWith(const std::string& s, const char* prefix) {
-  return s.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
 }
 
 struct Reader {
@@ -59,7 +50,6 @@ struct Reader {
 
   bool ReadFile(const std::string& path, std::string* error);
   bool Line(const std::string& line, const std::string& folder, std::string* error);
-  void Keyword(const std::vector<std::string>& fields);
 };
 
 bool Reader::ReadFile(const std::string& path, std::string* error) {
@@ -82,32 +72,34 @@ bool Reader::ReadFile(const std::string& path, std::string* error) {
   return ok;
 }
 
-bool Reader::Line(const std::string& raw, const std::string& folder, std::string* error) {
-  std::string line = Trim(raw);
-  if (line.empty() || StartsWith(line, "**")) return true;
-  if (line[0] == '*') {
-    std::vector<std::string> fields = SplitCommas(line);
-    if (Upper(fields[0]) == "*INCLUDE") {
+bool Reader::Line(const std::string& line, const std::string& folder, std::string* error) {
+  std::vector<std::string> fields = Fields(line);
+  const std::string name = Upper(fields[0]);
+  if ((fields.size() == 1 && name.empty()) || name.compare(0, 2, "**") == 0) return true;
+  if (name[0] == '*') {
+    block = kNone;
+    record.clear();
+    if (name == "*INCLUDE") {
       std::string input = Parameter(fields, "INPUT");
-      block = kNone;
       return ReadFile(input[0] == '/' ? input : folder + input, error);
     }
-    Keyword(fields);
-    return true;
-  }
-  if (block == kNone) return true;
-  std::vector<std::string> fields = SplitCommas(line);
-  if (block == kNodes) {
+    if (name == "*NODE") block = kNodes;
+    if (name != "*ELEMENT") return true;
+    if (FeDeckElementType(Parameter(fields, "TYPE"), &elementMask, &nodesPerElement)) {
+      block = kElements;
+    } else {
+      ++deck->skippedElementBlocks;
+    }
+  } else if (block == kNodes) {
     int label = std::atoi(fields[0].c_str());
     if (nodeIndex.emplace(label, static_cast<int>(deck->nodeLabels.size())).second) {
       deck->nodeLabels.push_back(label);
     }
-    return true;
-  }
-  for (const std::string& f : fields) {
-    if (f.empty()) continue;  // the trailing comma of a continued record
-    record.push_back(std::atoi(f.c_str()));
-    if (static_cast<int>(record.size()) == nodesPerElement + 1) {
+  } else if (block == kElements) {
+    for (const std::string& f : fields) {
+      if (f.empty()) continue;  // the trailing comma of a continued record
+      record.push_back(std::atoi(f.c_str()));
+      if (static_cast<int>(record.size()) < nodesPerElement + 1) continue;
       for (int i = 1; i <= nodesPerElement; ++i) elementNodes.emplace_back(record[i], elementMask);
       ++deck->elements;
       record.clear();
@@ -116,43 +108,23 @@ bool Reader::Line(const std::string& raw, const std::string& folder, std::string
   return true;
 }
 
-void Reader::Keyword(const std::vector<std::string>& fields) {
-  std::string name = Upper(fields[0]);
-  block = kNone;
-  record.clear();
-  if (name == "*NODE") {
-    block = kNodes;
-  } else if (name == "*ELEMENT") {
-    if (FeDeckElementType(Parameter(fields, "TYPE"), &elementMask, &nodesPerElement)) {
-      block = kElements;
-    } else {
-      ++deck->skippedElementBlocks;
-    }
-  }
-}
-
 }  // namespace
 
 bool FeDeckElementType(const std::string& type, int* mask, int* nodesPerElement) {
-  std::string t = Upper(type);
+  const std::string t = Upper(type);
   const int kTranslations = 0x7, kTranslationsAndRotations = 0x3F;
-  struct Family {
-    const char* prefix;
-    int mask;
-  };
-  static const Family kFamilies[] = {
+  static const std::pair<std::string, int> kFamilies[] = {
       {"C3D", kTranslations},           {"CPS", kTranslations},           {"CPE", kTranslations},
       {"CAX", kTranslations},           {"T2D", kTranslations},           {"T3D", kTranslations},
       {"S", kTranslationsAndRotations}, {"B", kTranslationsAndRotations},
   };
-  for (const Family& f : kFamilies) {
-    if (!StartsWith(t, f.prefix)) continue;
-    std::string digits = t.substr(std::char_traits<char>::length(f.prefix));
-    int n = std::atoi(digits.c_str());
+  for (const auto& family : kFamilies) {
+    if (t.compare(0, family.first.size(), family.first) != 0) continue;
+    int n = std::atoi(t.c_str() + family.first.size());
     // Beams are named by order, not node count: B31 has 2 nodes, B32 3.
-    if (f.prefix[0] == 'B') n = (n == 31) ? 2 : (n == 32) ? 3 : 0;
+    if (family.first == "B") n = (n == 31) ? 2 : (n == 32) ? 3 : 0;
     if (n <= 0) return false;
-    *mask = f.mask;
+    *mask = family.second;
     *nodesPerElement = n;
     return true;
   }
@@ -165,12 +137,12 @@ bool ReadFeDeck(const std::string& path, FeDeck* deck, std::string* error) {
   reader.deck = deck;
   if (!reader.ReadFile(path, error)) return false;
   deck->masks.assign(deck->nodeLabels.size(), 0);
-  for (const auto& en : reader.elementNodes) {
-    auto it = reader.nodeIndex.find(en.first);
+  for (const auto& node : reader.elementNodes) {
+    auto it = reader.nodeIndex.find(node.first);
     if (it == reader.nodeIndex.end()) {
       ++deck->undefinedNodeReferences;
     } else {
-      deck->masks[it->second] |= en.second;
+      deck->masks[it->second] |= node.second;
     }
   }
   return true;
