@@ -6,51 +6,12 @@
 
 #include <string>
 
-#include "fes/fes.h"
-#include "sim_schema/sim_schema.h"
 #include "support/capture.h"
-#include "support/h5_raw.h"
-#include "support/scratch_dir.h"
+#include "support/sample_sim.h"
 
 namespace {
 
-class Pattern : public testing::Test {
- protected:
-  // A database with a model and a mesh, closed again.
-  void MakeDatabase() {
-    msfD_Root root(0);
-    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-    int c = Context(sim);
-    msfD_DiscreteModel model = sim.DiscreteModel(
-        msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
-    model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 0));
-  }
-  static int Context(const msfD_Sim& sim) { return sim.distributionService().Context().Number(); }
-
-  ScratchDir dir;
-  std::string file = dir.File("p.sim");
-};
-
-TEST(EmptyHandles, EveryOperationReportsAndAnswersADefault) {
-  CaptureErr err;
-  msfD_Mesh mesh;
-  EXPECT_FALSE(mesh.nodes().IsValid());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodes: called on an empty handle\n");
-  EXPECT_EQ(mesh.nodeSets().count(), 0);
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodeSets: called on an empty handle\n");
-  mesh.Nodes(QELSimCollectionID(1, 2));
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_Mesh::Nodes: called on an empty handle\n"
-            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
-  mesh.NodeSets(ada_MapString<QELSimCSetID>());
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_Mesh::NodeSets: called on an empty handle\n"
-            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
-  msfD_Sim sim;
-  EXPECT_TRUE(sim.Path().IsEmpty());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
-  EXPECT_TRUE(gbb_Handle(mesh).IsEmpty());
-}
+using Pattern = SampleSim;
 
 TEST(Holders, TokensMoveOwnershipAndCloseDestroys) {
   msfD_MeshHolder empty;
@@ -103,21 +64,21 @@ TEST(NewObjects, AnswerTheirRequiredValuesAndTraceTheirRecord) {
 }
 
 TEST_F(Pattern, ConnectedEditsAreStoredAndUncommittedOnesReloaded) {
-  MakeDatabase();
+  Build();
   msfD_Root root(1);
   CaptureErr err;
-  msfD_Sim sim = root.openSim(file.c_str(), "", 0);
+  msfD_Sim sim = Open(root, false);
   EXPECT_EQ(err.Take(), "msfD_Root::openSim " + file + "\n");
   msfD_DiscreteModel model = sim.discreteModel();
   EXPECT_EQ(err.Take(), "");  // opened, but nothing read yet
   EXPECT_EQ(model.vectors().CollectionMinor(), 1u);
   EXPECT_EQ(err.Take(), "msfD_DiscreteModelImpl::LoadMembers: loading msfD_DiscreteModelMembers\n");
-  model.Frames(QELSimCollectionID(Context(sim), 7));
+  model.Frames(C(7));
   EXPECT_EQ(err.Take(),
             "msfD_DiscreteModelImpl::CommitMembers: saving msfD_DiscreteModelMembers\n");
   {
     msfD_DiscreteModelAccess access(model);
-    access.members().frames = QELSimCollectionID(Context(sim), 8);
+    access.members().frames = C(8);
     EXPECT_EQ(model.frames().CollectionMinor(), 8u);  // the cached record itself
   }
   EXPECT_EQ(model.frames().CollectionMinor(), 7u);  // dropped: reloaded from storage
@@ -131,12 +92,10 @@ TEST_F(Pattern, ConnectedEditsAreStoredAndUncommittedOnesReloaded) {
 
 TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
   msfD_Root root(0);
-  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-  int c = Context(sim);
+  msfD_Sim sim = Create(root);
   CaptureErr err;
-  msfD_DiscreteModelHolder model =
-      msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 1);
-  model.Get().Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 1));
+  msfD_DiscreteModelHolder model = msfD_DiscreteModel::New(C(1), C(2), 1);
+  model.Get().Mesh(msfD_Mesh::New(C(3), C(4), 1));
   EXPECT_EQ(err.Take(), "");
   msfD_DiscreteModel bound = sim.DiscreteModel(model);
   EXPECT_TRUE(model.IsEmpty());
@@ -157,66 +116,47 @@ TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
   EXPECT_EQ(RawClass(file, "/sim/discreteModel/mesh"), "com.trevolo.Mesh");
 
   // A second model is refused and destroyed; the first stays.
-  msfD_DiscreteModel second = sim.DiscreteModel(
-      msfD_DiscreteModel::New(QELSimCollectionID(c, 9), QELSimCollectionID(c, 9), 0));
+  msfD_DiscreteModel second = sim.DiscreteModel(msfD_DiscreteModel::New(C(9), C(9), 0));
   EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
   EXPECT_TRUE(second.IsSame(bound));
   EXPECT_EQ(second.vectors().CollectionMinor(), 1u);
 }
 
 TEST_F(Pattern, RecordsLoadInAnyOrderAndAStrayIndexStopsTheLoad) {
-  MakeDatabase();
-  const std::string members = "/sim/discreteModel/mesh/#simpleTypeMembers";
-  Bytes body;
-  body.push_back(0x03);
-  PutInt(body, 15);  // regions first
-  body.push_back(0x08);
-  PutId(body, 1, 21);
-  body.push_back(0x03);
-  PutInt(body, 12);  // nodes twice: the later value wins
-  body.push_back(0x08);
-  PutId(body, 1, 30);
-  body.push_back(0x03);
-  PutInt(body, 12);
-  body.push_back(0x08);
-  PutId(body, 1, 31);
-  RawWriteDataset(file, members, Stream(body));
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
-    EXPECT_EQ(mesh.regions().CollectionMinor(), 21u);
-    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);
-    EXPECT_FALSE(mesh.elements().IsValid());  // its record is missing
-    EXPECT_EQ(err.Take(), "");
-  }
-  const Bytes valid = body;
-  body.push_back(0x03);
-  PutInt(body, 18);  // systems is not a stream member: nothing is read for it
-  body.push_back(0x08);
-  PutId(body, 1, 5);
-  RawWriteDataset(file, members, Stream(body));
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
-    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);  // read before the stray record
-    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 1 loading class data\n");
-  }
-  Bytes cut = Stream(valid);
+  Build();
+  // Regions first, nodes twice (the later value wins), no elements.
+  const Records valid = Records().Collection(15, 21).Collection(12, 30).Collection(12, 31);
+  // Systems (18) is not a stream member: nothing is read for it.
+  const Bytes stray = Records(valid).Collection(18, 5).Stream();
+  Bytes cut = valid.Stream();
   cut.resize(cut.size() - 3);
   cut[0] = static_cast<unsigned char>(cut.size());  // a header that matches, a record cut short
-  RawWriteDataset(file, members, cut);
-  {
+  const struct {
+    Bytes bytes;
+    unsigned nodes;  // 0: not looked at
+    const char* printed;
+  } cases[] = {
+      {valid.Stream(), 31, ""},
+      {stray, 31, "**ERROR msfD_MeshImpl::LoadMembers: error 1 loading class data\n"},
+      {cut, 0, "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.printed);
+    RawWriteDataset(file, kMesh + "/#simpleTypeMembers", c.bytes);
     msfD_Root root(0);
     CaptureErr err;
-    root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh().nodes();
-    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n");
+    msfD_Mesh mesh = Open(root).discreteModel().mesh();
+    EXPECT_EQ(mesh.regions().CollectionMinor(), 21u);  // read before any damage
+    if (c.nodes != 0) {
+      EXPECT_EQ(mesh.nodes().CollectionMinor(), c.nodes);
+    }
+    EXPECT_FALSE(mesh.elements().IsValid());  // its record is missing
+    EXPECT_EQ(err.Take(), c.printed);
   }
 }
 
 TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
-  MakeDatabase();
+  Build();
   struct Case {
     const char* id;
     const char* message;
@@ -234,7 +174,7 @@ TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
     RawWriteClass(file, "/sim/discreteModel/mesh", c.id);
     msfD_Root root(0);
     CaptureErr err;
-    msfD_DiscreteModel model = root.openSimReadOnly(file.c_str(), "", 0).discreteModel();
+    msfD_DiscreteModel model = Open(root).discreteModel();
     EXPECT_TRUE(!model.mesh());
     EXPECT_TRUE(!model.mesh());  // the member stays unresolved: tried again
     EXPECT_EQ(err.Take(), std::string(c.message) + c.message);
@@ -242,7 +182,7 @@ TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
 }
 
 TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
-  MakeDatabase();
+  Build();
   msfD_Root root(0);
   msfD_Sim other = root.createSim(dir.File("other.sim").c_str(), "other", 0);
   msfD_Sim sim = root.openSim(file.c_str(), "main", 0);
@@ -286,7 +226,7 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
 }
 
 TEST_F(Pattern, ReadsBeforeWritingAreNotLoadedByNoLoadResolutions) {
-  MakeDatabase();
+  Build();
   msfD_Root root(0);
   ASSERT_FALSE(!root.openSimReadOnly(file.c_str(), "", 0));
   gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 0);
