@@ -148,39 +148,13 @@ TEST_F(BadInput, TruncatedCopiesAreRefusedAndTheOriginalStaysIntact) {
 struct Target {
   const char* group;
   const char* impl;
-  int (*read)(const msfD_Sim& sim);  // reads one member; answers 1 when it reached the object
 };
 
-int ReadMesh(const msfD_Sim& sim) {
-  msfD_Mesh mesh = sim.discreteModel().mesh();
-  mesh.nodes();
-  return !mesh ? 0 : 1;
-}
-
-int ReadModal(const msfD_Sim& sim) {
-  fesD_ModalSystem modal(sim.discreteModel().mesh().systems().get(kModal));
-  modal.propertyEvaluation();
-  return !modal ? 0 : 1;
-}
-
-int ReadModalBase(const msfD_Sim& sim) {
-  fesD_FESystem system = sim.discreteModel().mesh().systems().get(kModal);
-  system.systemName();
-  return !system ? 0 : 1;
-}
-
-int ReadDamping(const msfD_Sim& sim) {
-  fesD_SubDamp damping =
-      fesD_SubstructureSystem(sim.discreteModel().mesh().systems().get(kSub)).damping();
-  damping.beta();
-  return !damping ? 0 : 1;
-}
-
 const Target kTargets[] = {
-    {"/sim/discreteModel/mesh", "msfD_MeshImpl", &ReadMesh},
-    {"/sim/discreteModel/mesh/systems/2", "fesD_ModalSystemImpl", &ReadModal},
-    {"/sim/discreteModel/mesh/systems/2/#base", "fesD_FESystemImpl", &ReadModalBase},
-    {"/sim/discreteModel/mesh/systems/3/damping", "fesD_SubDampImpl", &ReadDamping},
+    {"/sim/discreteModel/mesh", "msfD_MeshImpl"},
+    {"/sim/discreteModel/mesh/systems/2", "fesD_ModalSystemImpl"},
+    {"/sim/discreteModel/mesh/systems/2/#base", "fesD_FESystemImpl"},
+    {"/sim/discreteModel/mesh/systems/3/damping", "fesD_SubDampImpl"},
 };
 
 std::string LoadError(const Target& t, int number) {
@@ -206,7 +180,7 @@ TEST_F(BadInput, AMissingOrEmptyMembersDatasetLoadsDefaults) {
       }
       msfD_Root root(0);
       CaptureErr err;
-      EXPECT_EQ(t.read(Open(root)), 1);
+      EXPECT_EQ(TouchEverything(Open(root)), 10);
       // No bytes at all: not even the length header can be read.
       EXPECT_EQ(err.Take(), printed + LoadError(t, 2));
     }
@@ -297,11 +271,9 @@ TEST_F(BadInput, RandomMembersBytesGiveALoadErrorAndNothingWorse) {
       RawWriteDataset(file, members, bytes);
       msfD_Root root(0);
       CaptureErr err;
-      msfD_Sim sim = Open(root);
-      EXPECT_EQ(t.read(sim), 1);
+      EXPECT_EQ(TouchEverything(Open(root)), 10);
       std::string text = err.Take();
       EXPECT_TRUE(text == LoadError(t, 1) || text == LoadError(t, 2)) << text;
-      EXPECT_EQ(TouchEverything(sim), 10);
     }
     WriteWholeFile(file, pristine);
     EXPECT_EQ(RawDatasetBytes(file, members), stored);

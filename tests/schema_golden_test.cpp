@@ -19,6 +19,19 @@ namespace {
 const unsigned kNull = 0xFFFFFFFFu;
 const Records::SetId kNoSet(kNull, kNull);
 
+// FE system: distributions 0, nodalActivityMask 1, nodalLabels 2,
+// systemName 3, userDistributions 4.
+Records FESystem(const std::string& name, unsigned labels, unsigned mask,
+                 const std::vector<std::pair<int, unsigned>>& byNumber,
+                 const std::vector<std::pair<std::string, unsigned>>& byName) {
+  return Records()
+      .Text(3, name)
+      .Distribution(2, labels)
+      .Distribution(1, mask)
+      .FieldsByNumber(0, byNumber)
+      .FieldsByName(4, byName);
+}
+
 class Golden : public SampleSim {
  protected:
   void ExpectGroup(const std::string& group, const std::string& cls,
@@ -93,22 +106,10 @@ TEST_F(Golden, MembersAreStoredInSaveOrderWithSortedIndicesAndTypeBytes) {
                            .FieldsByName(16, {})
                            .FieldsByName(13, {})
                            .FieldsByName(8, {}));
-  // FE system: distributions 0, nodalActivityMask 1, nodalLabels 2,
-  // systemName 3, userDistributions 4.
-  ExpectMembers(kSystems + "/0", Records()
-                                     .Text(3, "plain")
-                                     .Distribution(2, 1)
-                                     .Distribution(1, 2)
-                                     .FieldsByNumber(0, {{-1, 4}, {7, 3}})
-                                     .FieldsByName(4, {{"temp", 5}}));
+  ExpectMembers(kSystems + "/0", FESystem("plain", 1, 2, {{-1, 4}, {7, 3}}, {{"temp", 5}}));
   // Derived systems keep only their own members; the FE system part is in "#base".
   ExpectMembers(kSystems + "/1", Records().Collection(0, 13).Collection(1, 14));
-  ExpectMembers(kSystems + "/1/#base", Records()
-                                           .Text(3, "generic")
-                                           .Distribution(2, 11)
-                                           .Distribution(1, 12)
-                                           .FieldsByNumber(0, {})
-                                           .FieldsByName(4, {}));
+  ExpectMembers(kSystems + "/1/#base", FESystem("generic", 11, 12, {}, {}));
   // Modal system: acousticModes 0, dofs 1, (events 2), modes 3,
   // propertyEvaluation 4, residualModeDofs 5, residualModes 6,
   // selectiveRecoveryNodes 7, solverDofOrdering 8, structuralModes 9.
@@ -122,12 +123,7 @@ TEST_F(Golden, MembersAreStoredInSaveOrderWithSortedIndicesAndTypeBytes) {
                                      .Set(6, {25, 4})
                                      .Set(9, {25, 5})
                                      .Set(0, {25, 6}));
-  ExpectMembers(kSystems + "/2/#base", Records()
-                                           .Text(3, "modal")
-                                           .Distribution(2, 21)
-                                           .Distribution(1, 22)
-                                           .FieldsByNumber(0, {})
-                                           .FieldsByName(4, {}));
+  ExpectMembers(kSystems + "/2/#base", FESystem("modal", 21, 22, {}, {}));
   // Modal event: activeModes 0, cases 1, distributions 2, eventName 3,
   // eventTypeID 4, frames 5, userDistributions 6.
   ExpectMembers(kSystems + "/2/events/0", Records()
@@ -156,12 +152,7 @@ TEST_F(Golden, MembersAreStoredInSaveOrderWithSortedIndicesAndTypeBytes) {
                                      .Set(6, {46, 2})
                                      .Set(5, {46, 3})
                                      .Set(4, {46, 4}));
-  ExpectMembers(kSystems + "/3/#base", Records()
-                                           .Text(3, "sub")
-                                           .Distribution(2, 41)
-                                           .Distribution(1, 42)
-                                           .FieldsByNumber(0, {})
-                                           .FieldsByName(4, {{"x", 28}, {"y", 29}}));
+  ExpectMembers(kSystems + "/3/#base", FESystem("sub", 41, 42, {}, {{"x", 28}, {"y", 29}}));
   // Damping: saved alpha, beta, structural, mass, volume; indexed alpha 0,
   // beta 1, mass 2, structural 3, volume 4.
   ExpectMembers(kSystems + "/3/damping", Records()
@@ -178,12 +169,7 @@ TEST_F(Golden, MembersAreStoredInSaveOrderWithSortedIndicesAndTypeBytes) {
                                      .Set(6, kNoSet)
                                      .Set(5, kNoSet)
                                      .Set(4, kNoSet));
-  ExpectMembers(kSystems + "/4/#base", Records()
-                                           .Text(3, "bare")
-                                           .Distribution(2, 51)
-                                           .Distribution(1, kNull)
-                                           .FieldsByNumber(0, {})
-                                           .FieldsByName(4, {}));
+  ExpectMembers(kSystems + "/4/#base", FESystem("bare", 51, kNull, {}, {}));
 }
 
 }  // namespace
