@@ -76,21 +76,10 @@ class Records {
     PutString(m_body, value);
     return *this;
   }
-  Records& Collection(int index, unsigned minor) {
-    Tag(index, 0x08);
-    PutId(m_body, 1, minor);
-    return *this;
-  }
-  Records& Set(int index, SetId id) {
-    Tag(index, 0x09);
-    PutId(m_body, 2, id.first, id.second);
-    return *this;
-  }
-  Records& Distribution(int index, unsigned minor) {
-    Tag(index, 0x0A);
-    PutId(m_body, 3, minor);
-    return *this;
-  }
+  // Identifiers: a collection (kind 1), a set (2) or a distribution (3).
+  Records& Collection(int index, unsigned minor) { return Id(index, 0x08, 1, minor); }
+  Records& Set(int index, SetId id) { return Id(index, 0x09, 2, id.first, id.second); }
+  Records& Distribution(int index, unsigned minor) { return Id(index, 0x0A, 3, minor); }
   // ada_MapString<QELSimCSetID>: count, then key and value per entry in key order.
   Records& SetsByName(int index, const std::vector<std::pair<std::string, SetId>>& entries) {
     Tag(index, 0x39);
@@ -128,6 +117,11 @@ class Records {
     m_body.push_back(0x03);
     PutInt(m_body, index);
     m_body.push_back(type);
+  }
+  Records& Id(int index, unsigned char type, int kind, unsigned first, unsigned second = 0) {
+    Tag(index, type);
+    PutId(m_body, kind, first, second);
+    return *this;
   }
   Bytes m_body;
 };
