@@ -260,22 +260,4 @@ TEST(LinkGrammar, ArgumentsConvertLikeAtoiWithoutOverflow) {
   EXPECT_EQ(c.CurrentArgumentAsInt(), 2147483647);
 }
 
-TEST(Paths, IndexParentAndRoot) {
-  EXPECT_EQ(gbb_Path().Index(), -1);
-  EXPECT_TRUE(gbb_Path().Root().IsEmpty());
-  EXPECT_TRUE(gbb_Path().Parent().IsEmpty());
-  gbb_RootImpl* fakeRoot = reinterpret_cast<gbb_RootImpl*>(0x1000);  // identity only
-  gbb_PathImpl sim(gbb_Path(), gbb_Root(fakeRoot), 4);
-  gbb_PathImpl model(&sim, gbb_Root(), 0);
-  gbb_PathImpl mesh(&model, gbb_Root(), 6);
-  gbb_PathImpl systems(&mesh, gbb_Root(), 18);
-  gbb_Path p(&systems);
-  EXPECT_EQ(p.Index(), 18);
-  EXPECT_EQ(p.Parent().Index(), 6);
-  EXPECT_EQ(p.Root().Impl(), fakeRoot);
-  sim.Set(gbb_Path(), gbb_Root(fakeRoot), 2);  // renumbering is seen below
-  gbb_TraverseContext c(p, "#", 0, nullptr);
-  EXPECT_EQ(c.IndexAt(0), 2);
-}
-
 }  // namespace
