@@ -10,140 +10,49 @@
 #include <string>
 #include <vector>
 
-#include "fes/fes.h"
 #include "persistence/gbb_TypedLink.h"
 #include "platform/service/QELSimService.h"
-#include "sim_schema/sim_schema.h"
 #include "support/capture.h"
-#include "support/h5_raw.h"
-#include "support/scratch_dir.h"
+#include "support/sample_sim.h"
 
 namespace {
 
-const std::string kSystems = "/sim/discreteModel/mesh/systems";
-
-// Positions in the mesh's systems array of the database Build() makes.
-enum { kPlain, kGeneric, kModal, kSub, kBareSub, kCount };
-
-// Damping coefficients that a lossy save would not bring back.
-const double kAlpha = 0.1, kBeta = -2.5, kStructural = 5e-324, kMass = 1.7976931348623157e308,
-             kVolume = 1.0 / 3.0;
-
-// Expected stream bytes: a record header, then the value.
-void Record(Bytes& body, int index, unsigned char tag) {
-  body.push_back(0x03);
-  PutInt(body, index);
-  body.push_back(tag);
-}
-
-class DerivedSystems : public testing::Test {
- protected:
-  // Identifiers in the context of the sim open now.
-  QELSimDistributionID D(unsigned minor) const { return QELSimDistributionID(context, minor); }
-  QELSimCollectionID C(unsigned minor) const { return QELSimCollectionID(context, minor); }
-  QELSimCSetID S(unsigned collection, unsigned set) const {
-    return QELSimCSetID(context, collection, set);
-  }
-
-  // An empty mesh in a new sim; identifiers are made in the sim's context.
-  msfD_Mesh NewMesh(msfD_Sim sim) {
-    context = sim.distributionService().Context().Number();
-    return sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
-        .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
-  }
-
-  // The systems array of the database, opened in `root`.
-  msfD_Mesh_SystemsArray Systems(msfD_Root& root, bool readOnly = true) {
-    msfD_Sim sim =
-        readOnly ? root.openSimReadOnly(file.c_str(), "", 0) : root.openSim(file.c_str(), "", 0);
-    context = sim.distributionService().Context().Number();
-    return sim.discreteModel().mesh().systems();
-  }
-
-  // Four systems of every kind and a substructure without damping; some
-  // members set before the system is stored, some after.
-  void Build() {
-    msfD_Root root(0);
-    auto systems = NewMesh(root.createSim(file.c_str(), "", 0)).systems();
-
-    fesD_FESystem plain = systems.add(fesD_FESystem::New("plain", D(1), D(2), 0));
-    ada_MapInt<QELSimDistributionID> byNumber;
-    byNumber.insert(7, D(3));
-    byNumber.insert(2, D(4));
-    plain.Distributions(byNumber);
-
-    systems.add(
-        fesD_GenericSystem::New("generic", D(11), D(12), C(13), C(14), 0).ReleaseAsFESystem());
-
-    fesD_ModalSystemHolder modal = fesD_ModalSystem::New("modal", D(21), D(22), C(23), C(24), 0);
-    modal.Get().PropertyEvaluation(-0.125);
-    modal.Get().SolverDofOrdering(S(25, 1));
-    modal.Get().SelectiveRecoveryNodes(S(25, 2));
-    modal.Get().ResidualModeDofs(S(25, 3));
-    fesD_ModalEvent first =
-        modal.Get().events().add(fesD_ModalEvent::New("e0", -7, C(26), C(27), 0));
-    first.ActiveModes(S(24, 1));
-    ada_MapString<QELSimDistributionID> byName;
-    byName.insert("y", D(29));
-    byName.insert("x", D(28));
-    first.UserDistributions(byName);
-    fesD_ModalSystem storedModal(systems.add(modal.ReleaseAsFESystem()));
-    storedModal.ResidualModes(S(25, 4));
-    storedModal.StructuralModes(S(25, 5));
-    storedModal.AcousticModes(S(25, 6));
-    storedModal.events().add(fesD_ModalEvent::New("e1", INT_MIN, C(30), C(31), 0));
-
-    fesD_SubstructureSystemHolder sub =
-        fesD_SubstructureSystem::New("sub", D(41), D(42), C(43), C(44), C(45), 0);
-    sub.Get().RetainedNodes(S(46, 1));
-    sub.Get().RetainedDofs(S(46, 2));
-    fesD_SubDamp damping = sub.Get().Damping(fesD_SubDamp::New(0));
-    damping.Alpha(kAlpha);
-    damping.Beta(kBeta);
-    fesD_SubstructureSystem storedSub(systems.add(sub.ReleaseAsFESystem()));
-    storedSub.RecoveryNodes(S(46, 3));
-    storedSub.RecoveryElements(S(46, 4));
-    storedSub.UserDistributions(byName);
-    damping.Structural(kStructural);
-    damping.Mass(kMass);
-    damping.Volume(kVolume);
-
-    systems.add(fesD_SubstructureSystem::New("bare", D(51), D(52), C(53), C(54), C(55), 0)
-                    .ReleaseAsFESystem());
-  }
-
-  ScratchDir dir;
-  std::string file = dir.File("derived.sim");
-  int context = -1;
-};
+using DerivedSystems = SampleSim;
 
 TEST_F(DerivedSystems, EveryKindRoundTripsThroughTheMeshArrayAsAnFESystem) {
   Build();
   msfD_Root root(0);
   CaptureErr err;
   auto systems = Systems(root);
-  ASSERT_EQ(systems.count(), kCount);
+  ASSERT_EQ(systems.count(), kSystemCount);
 
   // Every element is an FE system; exactly the matching conversion succeeds.
-  const char* names[kCount] = {"plain", "generic", "modal", "sub", "bare"};
-  const unsigned labels[kCount] = {1, 11, 21, 41, 51};
-  for (int i = 0; i < kCount; ++i) {
+  const char* names[kSystemCount] = {"plain", "generic", "modal", "sub", "bare"};
+  const unsigned labels[kSystemCount] = {1, 11, 21, 41, 51};
+  for (int i = 0; i < kSystemCount; ++i) {
     SCOPED_TRACE(names[i]);
     fesD_FESystem system = systems.get(i);
     ASSERT_FALSE(!system);
     EXPECT_STREQ(system.systemName().cStr(), names[i]);
     EXPECT_EQ(system.nodalLabels(), D(labels[i]));
-    EXPECT_EQ(system.nodalActivityMask(), D(labels[i] + 1));
+    if (i == kBareSub) {
+      EXPECT_FALSE(system.nodalActivityMask().IsValid());
+    } else {
+      EXPECT_EQ(system.nodalActivityMask(), D(labels[i] + 1));
+    }
     EXPECT_EQ(!fesD_GenericSystem(system), i != kGeneric);
     EXPECT_EQ(!fesD_ModalSystem(system), i != kModal);
     EXPECT_EQ(!fesD_SubstructureSystem(system), i != kSub && i != kBareSub);
     EXPECT_TRUE(gbb_Handle(system).Class().IsA(fesD_FESystemInterface::StaticClass()));
   }
-  ada_MapIntIterator<QELSimDistributionID> byNumber(systems.get(kPlain).distributions());
+  fesD_FESystem plain = systems.get(kPlain);
+  ada_MapIntIterator<QELSimDistributionID> byNumber(plain.distributions());
   byNumber.first();
   ASSERT_FALSE(byNumber.isDone());
-  EXPECT_EQ(byNumber.key(), 2);  // key order, not insertion order
+  EXPECT_EQ(byNumber.key(), -1);  // key order, not insertion order
   EXPECT_EQ(byNumber.value(), D(4));
+  EXPECT_EQ(plain.distributions().get(7), D(3));
+  EXPECT_EQ(plain.userDistributions().count(), 1);
   EXPECT_EQ(gbb_Handle(systems.get(kModal)).Class(), fesD_ModalSystemInterface::StaticClass());
 
   fesD_GenericSystem generic(systems.get(kGeneric));
@@ -204,20 +113,13 @@ TEST_F(DerivedSystems, EveryKindRoundTripsThroughTheMeshArrayAsAnFESystem) {
 
 TEST_F(DerivedSystems, StoredDampingAndModalRecordsLoadInAnyOrder) {
   Build();
-  Bytes damping;  // index order, not save order
-  const double values[] = {1.5, 2.5, 3.5, 4.5, 5.5};
-  for (int i = 0; i < 5; ++i) {
-    Record(damping, i, 0x06);
-    PutDouble(damping, values[i]);
-  }
-  RawWriteDataset(file, kSystems + "/3/damping/#simpleTypeMembers", Stream(damping));
-  Bytes modal;
-  Record(modal, 4, 0x06);
-  PutDouble(modal, 9.0);
-  const Bytes valid = modal;
-  Record(modal, 2, 0x08);  // "events" has no stream value: the load stops here
-  PutId(modal, 1, 5);
-  RawWriteDataset(file, kSystems + "/2/#simpleTypeMembers", Stream(modal));
+  // Index order, not save order.
+  const Records damping =
+      Records().Real(0, 1.5).Real(1, 2.5).Real(2, 3.5).Real(3, 4.5).Real(4, 5.5);
+  RawWriteDataset(file, kSystems + "/3/damping/#simpleTypeMembers", damping.Stream());
+  // "events" (2) has no stream value: the load stops there.
+  const Records modal = Records().Real(4, 9.0).Collection(2, 5);
+  RawWriteDataset(file, kSystems + "/2/#simpleTypeMembers", modal.Stream());
 
   msfD_Root root(0);
   CaptureErr err;
@@ -282,8 +184,7 @@ std::string RebindStored(const gbb_Group& stored, const gbb_Group& target) {
 TEST_F(DerivedSystems, BindingBindsTheFESystemPartFirstEvenWhenConnected) {
   Build();
   msfD_Root root(0);
-  msfD_Sim sim = root.openSim(file.c_str(), "", 0);
-  context = sim.distributionService().Context().Number();
+  msfD_Sim sim = Open(root, false);
   msfD_Mesh mesh = sim.discreteModel().mesh();
   CaptureErr err;
   fesD_ModalSystemHolder modal = fesD_ModalSystem::New("m", D(1), D(2), C(3), C(4), 1);
@@ -343,8 +244,7 @@ TEST_F(DerivedSystems, PathsOfThePartsAndSubobjectsFollowTheWhole) {
 
   // Links from the objects under a derived system walk up through it.
   msfD_Root root(0);
-  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-  msfD_Mesh mesh = NewMesh(sim);
+  msfD_Mesh mesh = NewMesh(Create(root));
   mesh.systems().add(fesD_FESystem::New("first", D(1), D(2), 0));
   fesD_ModalSystemHolder modal = fesD_ModalSystem::New("m", D(1), D(2), C(3), C(4), 0);
   fesD_ModalEventHolder event = fesD_ModalEvent::New("e", 1, C(5), C(6), 0);
@@ -437,7 +337,7 @@ TEST_F(DerivedSystems, PathsReachEventsAndDampingByIndexAndName) {
 
 TEST_F(DerivedSystems, DampingIsBoundWithItsSubstructureOrAtOnce) {
   msfD_Root root(0);
-  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
+  msfD_Sim sim = Create(root);
   msfD_Mesh mesh = NewMesh(sim);
   CaptureErr err;
   fesD_SubstructureSystemHolder loose =
@@ -460,21 +360,10 @@ TEST_F(DerivedSystems, DampingIsBoundWithItsSubstructureOrAtOnce) {
   mesh.systems().add(loose.ReleaseAsFESystem());
   EXPECT_EQ(RawChildren(file, kSystems + "/0"),
             (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
-  fesD_SubstructureSystem bare(mesh.systems().add(
-      fesD_SubstructureSystem::New("bare", D(1), D(2), C(3), C(4), C(5), 0).ReleaseAsFESystem()));
-  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
-            (std::vector<std::string>{"#base", "#simpleTypeMembers"}));
-  bare.Damping(fesD_SubDamp::New(0)).Volume(2.0);
-  EXPECT_EQ(RawChildren(file, kSystems + "/1"),
-            (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
-  EXPECT_EQ(RawClass(file, kSystems + "/1/damping"), "com.trevolo.SubDamp");
   EXPECT_EQ(err.Take(), "");
   root.closeSim(sim);
-
   msfD_Root again(0);
-  auto systems = Systems(again);
-  EXPECT_EQ(fesD_SubstructureSystem(systems.get(0)).damping().alpha(), 1.5);
-  EXPECT_EQ(fesD_SubstructureSystem(systems.get(1)).damping().volume(), 2.0);
+  EXPECT_EQ(fesD_SubstructureSystem(Systems(again).get(0)).damping().alpha(), 1.5);
 }
 
 TEST_F(DerivedSystems, StoredDampingIsReadOnFirstUse) {
@@ -494,9 +383,11 @@ TEST_F(DerivedSystems, StoredDampingIsReadOnFirstUse) {
     EXPECT_TRUE(!bare.damping());
     EXPECT_TRUE(!bare.damping());
     EXPECT_EQ(err.Take(), "");
-    EXPECT_FALSE(!bare.Damping(fesD_SubDamp::New(0)));
+    // A stored substructure binds a new damping at once.
+    bare.Damping(fesD_SubDamp::New(0)).Volume(2.0);
     EXPECT_EQ(RawChildren(file, kSystems + "/4"),
               (std::vector<std::string>{"#base", "#simpleTypeMembers", "damping"}));
+    EXPECT_EQ(RawClass(file, kSystems + "/4/damping"), "com.trevolo.SubDamp");
   }
   // The setter does not look for a stored damping not read yet: the new
   // object is taken in memory, its group cannot be made, and the stored
@@ -514,42 +405,9 @@ TEST_F(DerivedSystems, StoredDampingIsReadOnFirstUse) {
     EXPECT_EQ(replaced.alpha(), 3.0);
   }
   msfD_Root root(0);
-  EXPECT_EQ(fesD_SubstructureSystem(Systems(root).get(kSub)).damping().alpha(), kAlpha);
-}
-
-TEST(DerivedHolders, EmptyOnesReportAndGoOn) {
-  CaptureErr err;
-  fesD_GenericSystemHolder generic;
-  fesD_ModalSystemHolder modal;
-  fesD_SubstructureSystemHolder sub;
-  generic.FESystemSubobject();
-  modal.FESystemSubobject();
-  sub.FESystemSubobject();
-  EXPECT_EQ(err.Take(),
-            "**ERROR fesD_GenericSystemHolder::FESystemSubobject: called on an empty holder\n"
-            "**ERROR fesD_ModalSystemHolder::FESystemSubobject: called on an empty holder\n"
-            "**ERROR fesD_SubstructureSystemHolder::FESystemSubobject: called on an empty "
-            "holder\n");
-  fesD_FESystemHolderMoveSrc nothing = modal.ReleaseAsFESystem();
-  EXPECT_EQ(nothing.object, nullptr);
-  EXPECT_EQ(err.Take(), "");
-
-  // An empty derived handle has an empty FE system part.
-  fesD_ModalSystem noModal;
-  EXPECT_STREQ(noModal.systemName().cStr(), "");
-  EXPECT_EQ(noModal.events().count(), 0);
-  EXPECT_EQ(err.Take(),
-            "**ERROR fesD_FESystem::systemName: called on an empty handle\n"
-            "**ERROR fesD_ModalSystem::events: called on an empty handle\n"
-            "**ERROR gbb_Array::count: called on an empty handle\n");
-  fesD_SubstructureSystem noSub;
-  EXPECT_TRUE(!noSub.damping());
-  fesD_SubDampHolder offered = fesD_SubDamp::New(0);
-  EXPECT_TRUE(!noSub.Damping(offered));
-  EXPECT_TRUE(offered.IsEmpty());
-  EXPECT_EQ(err.Take(),
-            "**ERROR fesD_SubstructureSystem::damping: called on an empty handle\n"
-            "**ERROR fesD_SubstructureSystem::Damping: called on an empty handle\n");
+  auto systems = Systems(root);
+  EXPECT_EQ(fesD_SubstructureSystem(systems.get(kSub)).damping().alpha(), kAlpha);
+  EXPECT_EQ(fesD_SubstructureSystem(systems.get(kBareSub)).damping().volume(), 2.0);
 }
 
 TEST_F(DerivedSystems, ATamperedFESystemPartIsReportedWithoutACrash) {

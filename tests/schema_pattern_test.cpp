@@ -1,56 +1,20 @@
 // The generated pattern, observed through the mesh, the discrete model and
-// the sim: messages, trace lines, lazy loading, the access's commit and
-// discard rules, sub-object setters, open by stored class, and the exact
-// bytes of the members dataset.
+// the sim: trace lines, lazy loading, the access's commit and discard rules,
+// sub-object setters, open by stored class, records in any order, and paths
+// from the root. Then the database root itself: its tables, refusals,
+// closing and renumbering, and the first step of every path.
 #include <gtest/gtest.h>
+#include <hdf5.h>
 
 #include <string>
 
-#include "fes/fes.h"
-#include "sim_schema/sim_schema.h"
 #include "support/capture.h"
-#include "support/h5_raw.h"
-#include "support/scratch_dir.h"
+#include "support/sample_sim.h"
 
 namespace {
 
-class Pattern : public testing::Test {
- protected:
-  // A database with a model and a mesh, closed again.
-  void MakeDatabase() {
-    msfD_Root root(0);
-    msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-    int c = Context(sim);
-    msfD_DiscreteModel model = sim.DiscreteModel(
-        msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
-    model.Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 0));
-  }
-  static int Context(const msfD_Sim& sim) { return sim.distributionService().Context().Number(); }
-
-  ScratchDir dir;
-  std::string file = dir.File("p.sim");
-};
-
-TEST(EmptyHandles, EveryOperationReportsAndAnswersADefault) {
-  CaptureErr err;
-  msfD_Mesh mesh;
-  EXPECT_FALSE(mesh.nodes().IsValid());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodes: called on an empty handle\n");
-  EXPECT_EQ(mesh.nodeSets().count(), 0);
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Mesh::nodeSets: called on an empty handle\n");
-  mesh.Nodes(QELSimCollectionID(1, 2));
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_Mesh::Nodes: called on an empty handle\n"
-            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
-  mesh.NodeSets(ada_MapString<QELSimCSetID>());
-  EXPECT_EQ(err.Take(),
-            "**ERROR msfD_Mesh::NodeSets: called on an empty handle\n"
-            "**ERROR msfD_MeshAccess::members: called on an empty object\n");
-  msfD_Sim sim;
-  EXPECT_TRUE(sim.Path().IsEmpty());
-  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
-  EXPECT_TRUE(gbb_Handle(mesh).IsEmpty());
-}
+using Pattern = SampleSim;
+using Root = SampleSim;
 
 TEST(Holders, TokensMoveOwnershipAndCloseDestroys) {
   msfD_MeshHolder empty;
@@ -103,40 +67,35 @@ TEST(NewObjects, AnswerTheirRequiredValuesAndTraceTheirRecord) {
 }
 
 TEST_F(Pattern, ConnectedEditsAreStoredAndUncommittedOnesReloaded) {
-  MakeDatabase();
+  Build();
   msfD_Root root(1);
   CaptureErr err;
-  msfD_Sim sim = root.openSim(file.c_str(), "", 0);
+  msfD_Sim sim = Open(root, false);
   EXPECT_EQ(err.Take(), "msfD_Root::openSim " + file + "\n");
   msfD_DiscreteModel model = sim.discreteModel();
   EXPECT_EQ(err.Take(), "");  // opened, but nothing read yet
   EXPECT_EQ(model.vectors().CollectionMinor(), 1u);
   EXPECT_EQ(err.Take(), "msfD_DiscreteModelImpl::LoadMembers: loading msfD_DiscreteModelMembers\n");
-  model.Frames(QELSimCollectionID(Context(sim), 7));
+  model.Frames(C(7));
   EXPECT_EQ(err.Take(),
             "msfD_DiscreteModelImpl::CommitMembers: saving msfD_DiscreteModelMembers\n");
   {
     msfD_DiscreteModelAccess access(model);
-    access.members().frames = QELSimCollectionID(Context(sim), 8);
+    access.members().frames = C(8);
     EXPECT_EQ(model.frames().CollectionMinor(), 8u);  // the cached record itself
   }
   EXPECT_EQ(model.frames().CollectionMinor(), 7u);  // dropped: reloaded from storage
   EXPECT_EQ(err.Take(), "msfD_DiscreteModelImpl::LoadMembers: loading msfD_DiscreteModelMembers\n");
   EXPECT_EQ(model.mesh().nodes().CollectionMinor(), 3u);
   EXPECT_EQ(err.Take(), "msfD_MeshImpl::LoadMembers: loading msfD_MeshMembers\n");
-  msfD_DiscreteModelHolder again;
-  root.closeSim(sim);
-  EXPECT_EQ(err.Take(), "msfD_Root::closeSim\n");
 }
 
 TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
   msfD_Root root(0);
-  msfD_Sim sim = root.createSim(file.c_str(), "", 0);
-  int c = Context(sim);
+  msfD_Sim sim = Create(root);
   CaptureErr err;
-  msfD_DiscreteModelHolder model =
-      msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 1);
-  model.Get().Mesh(msfD_Mesh::New(QELSimCollectionID(c, 3), QELSimCollectionID(c, 4), 1));
+  msfD_DiscreteModelHolder model = msfD_DiscreteModel::New(C(1), C(2), 1);
+  model.Get().Mesh(msfD_Mesh::New(C(3), C(4), 1));
   EXPECT_EQ(err.Take(), "");
   msfD_DiscreteModel bound = sim.DiscreteModel(model);
   EXPECT_TRUE(model.IsEmpty());
@@ -148,75 +107,49 @@ TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
             "msfD_MeshImpl::CreateMembers: creating msfD_MeshMembers\n"
             "msfD_MeshImpl::BindMembers: saving msfD_MeshMembers\n"
             "gbb_ArrayImpl::Bind\n");
-  EXPECT_EQ(RawChildren(file, "/sim"), std::vector<std::string>{"discreteModel"});
-  EXPECT_EQ(RawChildren(file, "/sim/discreteModel"),
-            (std::vector<std::string>{"#simpleTypeMembers", "mesh"}));
-  EXPECT_EQ(RawChildren(file, "/sim/discreteModel/mesh"),
-            (std::vector<std::string>{"#simpleTypeMembers", "systems"}));
-  EXPECT_EQ(RawClass(file, "/sim"), "com.trevolo.Sim");
-  EXPECT_EQ(RawClass(file, "/sim/discreteModel/mesh"), "com.trevolo.Mesh");
 
   // A second model is refused and destroyed; the first stays.
-  msfD_DiscreteModel second = sim.DiscreteModel(
-      msfD_DiscreteModel::New(QELSimCollectionID(c, 9), QELSimCollectionID(c, 9), 0));
+  msfD_DiscreteModel second = sim.DiscreteModel(msfD_DiscreteModel::New(C(9), C(9), 0));
   EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
   EXPECT_TRUE(second.IsSame(bound));
   EXPECT_EQ(second.vectors().CollectionMinor(), 1u);
 }
 
 TEST_F(Pattern, RecordsLoadInAnyOrderAndAStrayIndexStopsTheLoad) {
-  MakeDatabase();
-  const std::string members = "/sim/discreteModel/mesh/#simpleTypeMembers";
-  Bytes body;
-  body.push_back(0x03);
-  PutInt(body, 15);  // regions first
-  body.push_back(0x08);
-  PutId(body, 1, 21);
-  body.push_back(0x03);
-  PutInt(body, 12);  // nodes twice: the later value wins
-  body.push_back(0x08);
-  PutId(body, 1, 30);
-  body.push_back(0x03);
-  PutInt(body, 12);
-  body.push_back(0x08);
-  PutId(body, 1, 31);
-  RawWriteDataset(file, members, Stream(body));
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
-    EXPECT_EQ(mesh.regions().CollectionMinor(), 21u);
-    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);
-    EXPECT_FALSE(mesh.elements().IsValid());  // its record is missing
-    EXPECT_EQ(err.Take(), "");
-  }
-  const Bytes valid = body;
-  body.push_back(0x03);
-  PutInt(body, 18);  // systems is not a stream member: nothing is read for it
-  body.push_back(0x08);
-  PutId(body, 1, 5);
-  RawWriteDataset(file, members, Stream(body));
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    msfD_Mesh mesh = root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh();
-    EXPECT_EQ(mesh.nodes().CollectionMinor(), 31u);  // read before the stray record
-    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 1 loading class data\n");
-  }
-  Bytes cut = Stream(valid);
+  Build();
+  // Regions first, nodes twice (the later value wins), no elements.
+  const Records valid = Records().Collection(15, 21).Collection(12, 30).Collection(12, 31);
+  // Systems (18) is not a stream member: nothing is read for it.
+  const Bytes stray = Records(valid).Collection(18, 5).Stream();
+  Bytes cut = valid.Stream();
   cut.resize(cut.size() - 3);
   cut[0] = static_cast<unsigned char>(cut.size());  // a header that matches, a record cut short
-  RawWriteDataset(file, members, cut);
-  {
+  const struct {
+    Bytes bytes;
+    unsigned nodes;  // 0: not looked at
+    const char* printed;
+  } cases[] = {
+      {valid.Stream(), 31, ""},
+      {stray, 31, "**ERROR msfD_MeshImpl::LoadMembers: error 1 loading class data\n"},
+      {cut, 0, "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.printed);
+    RawWriteDataset(file, kMesh + "/#simpleTypeMembers", c.bytes);
     msfD_Root root(0);
     CaptureErr err;
-    root.openSimReadOnly(file.c_str(), "", 0).discreteModel().mesh().nodes();
-    EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n");
+    msfD_Mesh mesh = Open(root).discreteModel().mesh();
+    EXPECT_EQ(mesh.regions().CollectionMinor(), 21u);  // read before any damage
+    if (c.nodes != 0) {
+      EXPECT_EQ(mesh.nodes().CollectionMinor(), c.nodes);
+    }
+    EXPECT_FALSE(mesh.elements().IsValid());  // its record is missing
+    EXPECT_EQ(err.Take(), c.printed);
   }
 }
 
 TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
-  MakeDatabase();
+  Build();
   struct Case {
     const char* id;
     const char* message;
@@ -234,7 +167,7 @@ TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
     RawWriteClass(file, "/sim/discreteModel/mesh", c.id);
     msfD_Root root(0);
     CaptureErr err;
-    msfD_DiscreteModel model = root.openSimReadOnly(file.c_str(), "", 0).discreteModel();
+    msfD_DiscreteModel model = Open(root).discreteModel();
     EXPECT_TRUE(!model.mesh());
     EXPECT_TRUE(!model.mesh());  // the member stays unresolved: tried again
     EXPECT_EQ(err.Take(), std::string(c.message) + c.message);
@@ -242,11 +175,18 @@ TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
 }
 
 TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
-  MakeDatabase();
+  Build();
   msfD_Root root(0);
   msfD_Sim other = root.createSim(dir.File("other.sim").c_str(), "other", 0);
   msfD_Sim sim = root.openSim(file.c_str(), "main", 0);
   ASSERT_EQ(sim.Path().Index(), 1);
+  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 1);  // a place inside sim 1
+  // Not read yet: a resolution that may not load stops at the model.
+  gbb_SimpleLink link(&top, "#/discreteModel/mesh");
+  EXPECT_TRUE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());
+  EXPECT_EQ(link.Stale(), 4);
+  EXPECT_FALSE(link.Get(0).IsEmpty());
+  EXPECT_FALSE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());  // now in memory
   msfD_Mesh mesh = sim.discreteModel().mesh();
   struct Case {
     const char* text;
@@ -261,11 +201,10 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
       {"#/mesh", false},
       {"#/discreteModel:3/mesh", false},
   };
-  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 1);  // a place inside sim 1
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
-    gbb_SimpleLink link(&top, c.text);
-    msfD_Mesh found(link.Get(0));
+    gbb_SimpleLink byText(&top, c.text);
+    msfD_Mesh found(byText.Get(0));
     EXPECT_EQ(!found, !c.mesh);
     if (c.mesh) {
       EXPECT_TRUE(found.IsSame(mesh));
@@ -285,16 +224,112 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
   (void)other;
 }
 
-TEST_F(Pattern, ReadsBeforeWritingAreNotLoadedByNoLoadResolutions) {
-  MakeDatabase();
+TEST(Paths, IndexParentAndRoot) {
+  EXPECT_EQ(gbb_Path().Index(), -1);
+  EXPECT_TRUE(gbb_Path().Root().IsEmpty());
+  EXPECT_TRUE(gbb_Path().Parent().IsEmpty());
+  gbb_RootImpl* fakeRoot = reinterpret_cast<gbb_RootImpl*>(0x1000);  // identity only
+  gbb_PathImpl sim(gbb_Path(), gbb_Root(fakeRoot), 4);
+  gbb_PathImpl model(&sim, gbb_Root(), 0);
+  gbb_PathImpl mesh(&model, gbb_Root(), 6);
+  gbb_PathImpl systems(&mesh, gbb_Root(), 18);
+  gbb_Path p(&systems);
+  EXPECT_EQ(p.Index(), 18);
+  EXPECT_EQ(p.Parent().Index(), 6);
+  EXPECT_EQ(p.Root().Impl(), fakeRoot);
+  sim.Set(gbb_Path(), gbb_Root(fakeRoot), 2);  // renumbering is seen below
+  gbb_TraverseContext c(p, "#", 0, nullptr);
+  EXPECT_EQ(c.IndexAt(0), 2);
+}
+
+TEST_F(Root, RefusesAFileOrAnAliasThatIsAlreadyOpen) {
   msfD_Root root(0);
-  ASSERT_FALSE(!root.openSimReadOnly(file.c_str(), "", 0));
-  gbb_PathImpl top(gbb_Path(), gbb_Root(&root), 0);
-  gbb_SimpleLink link(&top, "#/discreteModel/mesh");
-  EXPECT_TRUE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());
-  EXPECT_EQ(link.Stale(), 4);
-  EXPECT_FALSE(link.Get(0).IsEmpty());
-  EXPECT_FALSE(link.Get(gbb_TraverseContext::kNoLoad).IsEmpty());  // now in memory
+  CaptureErr err;
+  std::string a = dir.File("a.sim"), b = dir.File("b.sim");
+  ASSERT_FALSE(!root.createSim(a.c_str(), "run", 0));
+  EXPECT_TRUE(!root.createSim(a.c_str(), "other", 0));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::createSim: file " + a + " already opened\n");
+  EXPECT_TRUE(!root.openSimReadOnly(a.c_str(), "", 0));  // read-only too: same text
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::openSimReadOnly: file " + a + " already opened\n");
+  EXPECT_TRUE(!root.createSim(b.c_str(), "run", 0));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::createSim: database with alias run already exists\n");
+  EXPECT_TRUE(!root.openSim(b.c_str(), "run", 0));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::openSim: database with alias run already exists\n");
+  // Empty aliases are never entered, so they never clash.
+  ASSERT_FALSE(!root.createSim(b.c_str(), "", 0));
+  ASSERT_FALSE(!root.createSim(dir.File("c.sim").c_str(), "", 0));
+  EXPECT_TRUE(!root.getByAlias(""));
+  EXPECT_TRUE(root.getByAlias("run").IsSame(root.get(0)));
+  EXPECT_TRUE(!root.getByAlias("nobody"));
+  EXPECT_EQ(root.count(), 3);
+  EXPECT_TRUE(!root.get(3));
+  EXPECT_EQ(err.Take(), "");
+}
+
+TEST_F(Root, ClosingRenumbersTheOthersAndTheirObjects) {
+  msfD_Root root(0);
+  msfD_Sim first = root.createSim(dir.File("1.sim").c_str(), "one", 0);
+  msfD_Sim second = root.createSim(dir.File("2.sim").c_str(), "two", 0);
+  msfD_Sim third = root.createSim(dir.File("3.sim").c_str(), "three", 0);
+  int c = third.distributionService().Context().Number();
+  msfD_DiscreteModel model = third.DiscreteModel(
+      msfD_DiscreteModel::New(QELSimCollectionID(c, 1), QELSimCollectionID(c, 2), 0));
+  root.closeSim(first);
+  EXPECT_EQ(root.count(), 2);
+  EXPECT_TRUE(root.get(0).IsSame(second));
+  EXPECT_EQ(second.Path().Index(), 0);
+  EXPECT_EQ(third.Path().Index(), 1);
+  EXPECT_TRUE(!root.getByAlias("one"));
+  // A path step by index 1 now reaches the former third sim.
+  gbb_PathImpl place(gbb_Path(), gbb_Root(&root), 1);
+  gbb_SimpleLink link(&place, "#/discreteModel");
+  EXPECT_TRUE(msfD_DiscreteModel(link.Get(0)).IsSame(model));
+  // Its objects see the new index: their saves still find the service.
+  model.Frames(QELSimCollectionID(c, 5));
+  EXPECT_EQ(model.frames().CollectionMinor(), 5u);
+  CaptureErr err;
+  root.closeSim(msfD_Sim());  // its path is asked for, then nothing happens
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
+  root.closeSim(first);  // no longer open, or of another root: ignored silently
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(root.count(), 2);
+}
+
+TEST_F(Root, FirstStepsByIndexAliasAndFile) {
+  msfD_Root root(0);
+  std::string a = dir.File("a.sim");
+  msfD_Sim sim = root.createSim(a.c_str(), "main", 0);
+  struct Case {
+    std::string text;
+    bool found;
+  } cases[] = {
+      {"alias:main", true}, {"file:" + a, true},   {"alias:none", false},
+      {"file:x", false},    {"other:main", false}, {"main", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    gbb_TraverseContext context(gbb_Path(), c.text.c_str(), 0, nullptr);
+    gbb_Handle h = gbb_Root(&root).Traverse(context);
+    EXPECT_EQ(msfD_Sim(h).IsSame(sim), c.found);
+    EXPECT_EQ(context.Status(), c.found ? 0 : 3);
+  }
+}
+
+TEST_F(Root, ClosingReleasesTheFileForImmediateReuse) {
+  std::string a = dir.File("a.sim");
+  {
+    msfD_Root root(1);
+    CaptureErr err;
+    msfD_Sim sim = root.createSim(a.c_str(), "x", 0);
+    EXPECT_EQ(err.Take(), "msfD_Root::createSim " + a + "\nmsfD_SimImpl::Bind\n");
+    root.closeSim(sim);
+    EXPECT_EQ(err.Take(), "msfD_Root::closeSim\n");
+    EXPECT_EQ(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_ALL), 0);
+    ASSERT_FALSE(!root.openSim(a.c_str(), "x", 0));
+    err.Take();
+  }  // the root's destruction closes it again, without a trace line
+  EXPECT_EQ(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_ALL), 0);
+  EXPECT_EQ(RawClass(a, "/sim"), "com.trevolo.Sim");
 }
 
 }  // namespace
