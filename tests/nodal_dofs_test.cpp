@@ -20,7 +20,7 @@
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
 #include "platform/core/mem.h"
 #include "platform/service/QELSimService.h"
-#include "support/fe_deck.h"
+#include "fe_deck.h"
 #include "support/scratch_dir.h"
 
 namespace {

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "support/fe_deck.h"
+#include "fe_deck.h"
 #include "support/h5_raw.h"
 
 namespace {

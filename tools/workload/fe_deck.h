@@ -1,4 +1,4 @@
-// Test and benchmark helper: reads the nodes and elements of a finite-element
+// Workload for tests and benchmarks: reads the nodes and elements of a finite-element
 // input deck in keyword format (*NODE, *ELEMENT, *INCLUDE; plain or gzip) and
 // derives per-node DOF activity masks from the element types.
 //
@@ -8,8 +8,8 @@
 // The node count of an element comes from the type name (C3D20R: 20, S8: 8,
 // T3D2: 2, B31: 2, B32: 3), so records split over several lines read right.
 // Blocks of other element types are skipped and counted.
-#ifndef DDB_TESTS_SUPPORT_FE_DECK_H_
-#define DDB_TESTS_SUPPORT_FE_DECK_H_
+#ifndef DDB_TOOLS_WORKLOAD_FE_DECK_H_
+#define DDB_TOOLS_WORKLOAD_FE_DECK_H_
 
 #include <string>
 #include <vector>
@@ -33,4 +33,4 @@ bool ReadFeDeck(const std::string& path, FeDeck* deck, std::string* error);
 // the folder does not exist.
 std::string FeDeckFolder();
 
-#endif  // DDB_TESTS_SUPPORT_FE_DECK_H_
+#endif  // DDB_TOOLS_WORKLOAD_FE_DECK_H_

@@ -1,4 +1,4 @@
-#include "support/fe_deck.h"
+#include "fe_deck.h"
 
 #include <sys/stat.h>
 #include <zlib.h>
