@@ -19,38 +19,20 @@
 
 namespace {
 
-struct Format {
-  int superblock = -1;
-  unsigned chunkIndexK = 0;
-};
-
-Format FormatOf(const std::string& path) {
-  Format format;
+// The superblock's version and the chunk index's K, as "superblock 2, K 4".
+std::string FormatOf(const std::string& path) {
   hid_t f = H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
-  if (f < 0) return format;
+  if (f < 0) return "does not open";
   H5F_info2_t info;
-  if (H5Fget_info2(f, &info) >= 0) format.superblock = static_cast<int>(info.super.version);
+  std::string format = H5Fget_info2(f, &info) >= 0
+                           ? "superblock " + std::to_string(info.super.version)
+                           : "superblock unknown";
+  unsigned chunkIndexK = 0;
   hid_t creation = H5Fget_create_plist(f);
-  H5Pget_istore_k(creation, &format.chunkIndexK);
+  H5Pget_istore_k(creation, &chunkIndexK);
   H5Pclose(creation);
   H5Fclose(f);
-  return format;
-}
-
-struct Dump {
-  int status = -1;
-  std::string out;
-};
-
-// h5dump (HDF5's tool, not the library) on a file: exit status and output.
-Dump H5Dump(const std::string& arguments) {
-  Dump dump;
-  std::FILE* pipe = popen((std::string(DDB_H5DUMP) + " " + arguments + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return dump;
-  char buffer[4096];
-  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) dump.out.append(buffer, n);
-  dump.status = pclose(pipe);
-  return dump;
+  return format + ", K " + std::to_string(chunkIndexK);
 }
 
 // The facts file: one "key<TAB>value" per line.
@@ -64,27 +46,29 @@ Facts FixtureFacts() {
   return facts;
 }
 
-// h5dump reads every object and every members dataset of the file.
+// h5dump (HDF5's tool, not the library) reads every object and every
+// members dataset of the file.
 void ExpectH5DumpReads(const std::string& path) {
   ASSERT_EQ(std::string(DDB_H5DUMP).find("NOTFOUND"), std::string::npos)
       << "h5dump (hdf5-tools) is needed";
-  Dump dump = H5Dump(path);
-  EXPECT_EQ(dump.status, 0) << dump.out.substr(0, 2000);
-  EXPECT_NE(dump.out.find("GROUP \"systems\""), std::string::npos);
-  EXPECT_NE(dump.out.find("DATASET \"#simpleTypeMembers\""), std::string::npos);
-  EXPECT_EQ(dump.out.find("error"), std::string::npos) << dump.out.substr(0, 2000);
+  std::FILE* pipe = popen((std::string(DDB_H5DUMP) + " " + path + " 2>&1").c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string out;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+  EXPECT_EQ(pclose(pipe), 0) << out.substr(0, 2000);
+  EXPECT_NE(out.find("GROUP \"systems\""), std::string::npos);
+  EXPECT_NE(out.find("DATASET \"#simpleTypeMembers\""), std::string::npos);
+  EXPECT_EQ(out.find("error"), std::string::npos) << out.substr(0, 2000);
 }
 
 TEST(FileFormat, NewDatabasesAreInThe18FormatAndHdf5ToolsReadThem) {
   ScratchDir dir;
   std::string path = dir.File("new.sim");
   Facts last;
-  RunWorkload(
-      path, 23, [&](int, const Facts& facts) { last = facts; }, [] {});
+  RunWorkload(path, 23, [&](int, const Facts& facts) { last = facts; });
   EXPECT_EQ(ReadFacts(path, true), last) << FactsDiff(last, ReadFacts(path, true));
-  Format format = FormatOf(path);
-  EXPECT_EQ(format.superblock, 2);
-  EXPECT_EQ(format.chunkIndexK, 4u);
+  EXPECT_EQ(FormatOf(path), "superblock 2, K 4");
   ExpectH5DumpReads(path);
 }
 
@@ -94,7 +78,7 @@ TEST(FileFormat, OriginalFormatDatabaseOpensReadsAndUpdates) {
   WriteWholeFile(path, ReadWholeFile(std::string(DDB_TESTS_DIR) + "/data/original_format.sim"));
   Facts expected = FixtureFacts();
   ASSERT_EQ(expected.size(), 37u);
-  ASSERT_EQ(FormatOf(path).superblock, 0);
+  ASSERT_EQ(FormatOf(path), "superblock 0, K 32");
   Facts read = ReadFacts(path, true);
   EXPECT_EQ(read, expected) << FactsDiff(expected, read);
 
@@ -113,15 +97,14 @@ TEST(FileFormat, OriginalFormatDatabaseOpensReadsAndUpdates) {
   }
   expected["C3"] = "size 9";
   expected["sys[0].name"] = "renamed";
-  for (const char* fact : {"class=F", "labels=D0", "masks=D1", "name=added", "user="}) {
-    std::string text(fact);
-    size_t equals = text.find('=');
-    expected["sys[4]." + text.substr(0, equals)] = text.substr(equals + 1);
+  for (const auto& fact :
+       Facts{{"class", "F"}, {"labels", "D0"}, {"masks", "D1"}, {"name", "added"}, {"user", ""}}) {
+    expected["sys[4]." + fact.first] = fact.second;
   }
   expected["systems"] = "5";
   read = ReadFacts(path, false);
   EXPECT_EQ(read, expected) << FactsDiff(expected, read);
-  EXPECT_EQ(FormatOf(path).superblock, 0);
+  EXPECT_EQ(FormatOf(path), "superblock 0, K 32");
   ExpectH5DumpReads(path);
 }
 

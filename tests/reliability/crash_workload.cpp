@@ -61,7 +61,10 @@ class Workload {
   static const int kSetup = 8;
   static const int kKinds = 15;
 
-  void Done() { m_committed(++m_commit, m_facts); }
+  void Done() {
+    ++m_commit;
+    if (m_committed) m_committed(m_commit, m_facts);
+  }
 
   QELSimCollectionID NewCollection(int size) {
     QELSimCollectionID c = QELSimCollectionRef::Create(m_context, size);
@@ -318,7 +321,7 @@ void RunWorkload(const std::string& path, int commits,
                  const std::function<void()>& keepOpen) {
   Workload workload(path, committed);
   workload.Run(commits);
-  keepOpen();
+  if (keepOpen) keepOpen();
 }
 
 Facts ReadFacts(const std::string& path, bool readOnly) {

@@ -27,8 +27,8 @@ uint64_t FactsDigest(const Facts& facts);
 // creates the sim), calling `committed(c, facts)` after the c-th returned.
 // `keepOpen` is called at the end with everything still open.
 void RunWorkload(const std::string& path, int commits,
-                 const std::function<void(int c, const Facts& facts)>& committed,
-                 const std::function<void()>& keepOpen);
+                 const std::function<void(int c, const Facts& facts)>& committed = nullptr,
+                 const std::function<void()>& keepOpen = nullptr);
 
 // The facts of the database `path`, read through the library (read-only, or
 // for update, which settles a pending journal first). Messages are kept out

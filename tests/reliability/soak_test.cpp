@@ -48,8 +48,7 @@ TEST(Soak, IdentifiersDescriptorsAndMemoryStayFlatOverManyCycles) {
   size_t walked = 0;
   for (int cycle = 0; cycle < cycles; ++cycle) {
     unlink(path.c_str());
-    RunWorkload(
-        path, 30, [](int, const Facts&) {}, [] {});
+    RunWorkload(path, 30);
     std::string walk = WalkDatabase(path);
     if (cycle == 0) walked = walk.size();
     ASSERT_EQ(walk.size(), walked) << "cycle " << cycle;
