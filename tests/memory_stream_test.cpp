@@ -332,20 +332,6 @@ TEST(MemberRecords, EveryKindOfMemberInBothDirections) {
   EXPECT_EQ(m.temperature, QELSimDistributionID(5, 9));
 }
 
-TEST(MemberRecords, MapsOfTheOtherKindsAndTheMeshNodesRecord) {
-  ada_MapString<QELSimCSetID> sets;
-  sets.insert("x", QELSimCSetID(5, 1, 2));
-  ada_MapInt<QELSimDistributionID> none;
-  S w(kContext);
-  gbb_WriteMemberRecord(w, 1, sets);
-  gbb_WriteMemberRecord(w, 2, none);
-  gbb_WriteMemberRecord(w, 12, QELSimCollectionID(5, 0x01020304));
-  const ByteVector setsRecord = Concat({Head(1, 0x39), Int(1), Int(1), {'x'}, CSet(1, 2)});
-  // 03 0C 00 00 00 08, then the identifier's 12 bytes
-  const ByteVector nodesRecord = Concat({{0x03, 0x0C, 0, 0, 0, 0x08}, Collection(0x01020304)});
-  EXPECT_EQ(Taken(w), WithHeader(Concat({setsRecord, Head(2, 0x4A), Int(0), nodesRecord})));
-}
-
 TEST(MemberRecords, RecordsInAnyOrderLaterScalarsWinAndMapsMerge) {
   const ByteVector body = Concat({
       Head(2, 0x4A), Int(1), Int(4), Distribution(40),  // fields {4}

@@ -66,35 +66,22 @@ long OpenObjects() {
   return static_cast<long>(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_ALL));
 }
 
+// The file's own refusals (every reason, every cut) are pinned in the
+// wrapper test; here one of each way in shows that the root passes them on,
+// keeps no entry and leaves the name free.
 TEST_F(BadInput, FilesThatAreNoDatabaseOrExistAlreadyAreRefusedWithTheirReason) {
   Build();
   const std::string whole = ReadWholeFile(file);
-  ASSERT_GT(whole.size(), 4096u);
-  auto cannotOpen = [](const std::string& name, const char* reason) {
-    return "**ERROR hdf_File::Open: cannot open file " + name + ": " + reason + "\n";
-  };
   std::string missing = dir.File("missing.sim");
-  std::string text = dir.File("text.sim");
-  WriteWholeFile(text, "not a database\n");
   std::string plain = dir.File("plain.h5");
   H5Fclose(H5Fcreate(plain.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
   struct Case {
     std::string file;
     std::string message;
-  };
-  std::vector<Case> cases = {
-      {missing, cannotOpen(missing, "no such file")},
-      {text, cannotOpen(text, "not an HDF5 file")},
+  } cases[] = {
+      {missing, "**ERROR hdf_File::Open: cannot open file " + missing + ": no such file\n"},
       {plain, "**ERROR hdf_Group::GroupOpen: cannot open group sim in / of file " + plain + "\n"},
   };
-  // Truncated copies of the database, refused for writing too.
-  for (double fraction : {0.0, 0.001, 0.1, 0.25, 0.5, 0.75, 0.9, 0.999}) {
-    size_t keep = static_cast<size_t>(fraction * static_cast<double>(whole.size()));
-    std::string copy = dir.File("cut" + std::to_string(keep) + ".sim");
-    WriteWholeFile(copy, whole.substr(0, keep));
-    cases.push_back(
-        {copy, cannotOpen(copy, keep < 8 ? "not an HDF5 file" : "damaged or truncated HDF5 file")});
-  }
   msfD_Root root(0);
   CaptureErr err;
   for (const Case& c : cases) {
@@ -107,13 +94,8 @@ TEST_F(BadInput, FilesThatAreNoDatabaseOrExistAlreadyAreRefusedWithTheirReason) 
   EXPECT_EQ(root.count(), 0);
   EXPECT_TRUE(!root.getByAlias("a"));
   EXPECT_EQ(OpenObjects(), 0);
-  EXPECT_EQ(ReadWholeFile(text), "not a database\n");
 
-  // Creating needs a directory and a new file.
-  std::string nowhere = dir.Path() + "/no/such/dir/x.sim";
-  EXPECT_TRUE(!root.createSim(nowhere.c_str(), "x", 0));
-  EXPECT_EQ(err.Take(),
-            "**ERROR hdf_File::Create: cannot create file " + nowhere + ": no such directory\n");
+  // Creating never overwrites a database.
   EXPECT_TRUE(!root.createSim(file.c_str(), "x", 0));
   EXPECT_EQ(err.Take(), "**ERROR hdf_File::Create: cannot create file " + file + ": it exists\n");
   EXPECT_EQ(root.count(), 0);
@@ -165,28 +147,6 @@ TEST_F(BadInput, AMissingOrEmptyMembersDatasetLoadsDefaults) {
       EXPECT_EQ(err.Take(), printed + LoadError(t, 2));
     }
   }
-}
-
-TEST_F(BadInput, ATruncatedMembersDatasetKeepsWhatWasReadBeforeTheCut) {
-  Build();
-  const std::string members = kMesh + "/#simpleTypeMembers";
-  const Bytes stored = RawDatasetBytes(file, members);
-  // Cut inside the third record: the first two (nodes, elements) survive.
-  const size_t firstTwo = 4 + 2 * (1 + 4 + 1 + 16);
-  Bytes cut(stored.begin(), stored.begin() + firstTwo + 7);
-  RawWriteDataset(file, members, cut);
-  msfD_Root root(0);
-  CaptureErr err;
-  msfD_Mesh mesh = Open(root).discreteModel().mesh();
-  EXPECT_EQ(mesh.nodes(), C(3));
-  EXPECT_EQ(mesh.elements(), C(4));
-  EXPECT_FALSE(mesh.faces().IsValid());
-  EXPECT_EQ(mesh.nodeSets().count(), 0);
-  EXPECT_EQ(err.Take(), "**ERROR msfD_MeshImpl::LoadMembers: error 2 loading class data\n");
-  // The rest of the tree is not affected.
-  EXPECT_EQ(mesh.systems().count(), kSystemCount);
-  EXPECT_STREQ(mesh.systems().get(0).systemName().cStr(), "plain");
-  EXPECT_EQ(err.Take(), "");
 }
 
 // Replaces the systems array's "#size" with a 1 x 1 attribute of `type`.
@@ -285,16 +245,7 @@ TEST_F(BadInput, RepositorySizesThatDoNotMatchTheElements) {
     EXPECT_EQ(link.Stale(), 4);
     err.Take();
   }
-  WriteSize(file, H5T_NATIVE_INT, -2);
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    auto systems = Systems(root);
-    EXPECT_EQ(systems.count(), 0);
-    EXPECT_EQ(err.Take(), "**ERROR gbb_Repository::ReadSize: \"#size\" is negative" + where);
-    EXPECT_TRUE(!systems.get(0));
-    EXPECT_EQ(err.Take(), "**ERROR gbb_ArrayImpl::get: index out of range: 0, length = 0\n");
-  }
+  // Negative and missing sizes are pinned in the storage-group test.
   // Sizes no file of this size can hold: the elements that are there count,
   // and opening the array allocates nothing for the others.
   for (long long huge : {2147483647LL, 1LL << 40}) {
@@ -310,14 +261,6 @@ TEST_F(BadInput, RepositorySizesThatDoNotMatchTheElements) {
               "the file can hold: 5 elements are there" +
                   where);
     EXPECT_STREQ(systems.get(kBareSub).systemName().cStr(), "bare");
-  }
-  RawDelete(file, kSystems, "#size");
-  {
-    msfD_Root root(0);
-    CaptureErr err;
-    EXPECT_EQ(Systems(root).count(), 0);
-    EXPECT_EQ(err.Take(), "**ERROR hdf_Group::AttributeOpen: cannot open attribute #size in " +
-                              kSystems + " of file " + file + "\n");
   }
   // A whole repository missing: the mesh answers an empty array.
   RawDelete(file, kSystems);
