@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/service/QELSimService.h"
 #include "support/capture.h"
 #include "support/sample_sim.h"
 
