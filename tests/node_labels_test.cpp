@@ -3,33 +3,18 @@
 // a system whose labels distribution is missing (a message, then no nodes).
 #include <gtest/gtest.h>
 
-#include <numeric>
 #include <string>
 #include <vector>
 
-#include "fes/fes.h"
-#include "platform/service/QELSimService.h"
-#include "sim_schema/sim_schema.h"
 #include "support/capture.h"
-#include "support/scratch_dir.h"
+#include "support/sample_sim.h"
 
 namespace {
 
-class NodeLabels : public testing::Test {
+class NodeLabels : public SampleSim {
  protected:
-  NodeLabels() : root(0) {
-    sim = root.createSim(file.c_str(), "", 0);
-    context = sim.distributionService().Context();
-  }
-
-  // A distribution holding `labels`, one per node, over all nodes in order.
   QELSimDistributionID Labels(const std::vector<int>& labels) {
-    const int n = static_cast<int>(labels.size());
-    std::vector<int> order(n);
-    std::iota(order.begin(), order.end(), 0);
-    QELSimCollectionRef nodes(QELSimCollectionRef::Create(context, n));
-    return QELSimDistributionRef::CreateInt32(nodes.CreateOrderedCSet(order.data(), n),
-                                              labels.data());
+    return StoreInts(sim.distributionService().Context(), labels);
   }
   fesD_FESystemHolder System(QELSimDistributionID labels) {
     return fesD_FESystem::New("s", labels, QELSimDistributionID(), 0);
@@ -52,11 +37,8 @@ class NodeLabels : public testing::Test {
     return out;
   }
 
-  ScratchDir dir;
-  std::string file = dir.File("labels.sim");
-  msfD_Root root;
-  msfD_Sim sim;
-  QELSimContextID context;
+  msfD_Root root{0};
+  msfD_Sim sim = Create(root);
 };
 
 TEST_F(NodeLabels, ConvertInBothDirections) {
@@ -97,7 +79,7 @@ TEST_F(NodeLabels, AMissingDistributionIsReportedAndGivesNoNodes) {
   EXPECT_EQ(err.Take(), notFound + nullId);
 
   // Any context counts as null once the last word is -1.
-  fesD_FESystemHolder otherContext = System(QELSimDistributionID(context.Number(), 0xFFFFFFFFu));
+  fesD_FESystemHolder otherContext = System(D(0xFFFFFFFFu));
   EXPECT_TRUE(Forward(otherContext.Get()).empty());
   EXPECT_EQ(err.Take(), notFound + nullId);
 
@@ -106,17 +88,15 @@ TEST_F(NodeLabels, AMissingDistributionIsReportedAndGivesNoNodes) {
             "**ERROR fesD_FESystem::nodalLabels: called on an empty handle\n" + notFound + nullId);
 
   // An identifier that names nothing is not null: only the service speaks.
-  fesD_FESystemHolder dangling = System(QELSimDistributionID(context.Number(), 99));
+  fesD_FESystemHolder dangling = System(D(99));
   EXPECT_EQ(Inverse(dangling.Get()), std::vector<int>{-1});
   EXPECT_EQ(err.Take(),
             "**ERROR QELSimDistributionRef::QueryDrawers: no distribution 99 in context " +
-                std::to_string(context.Number()) + "\n");
+                std::to_string(context) + "\n");
 }
 
 TEST_F(NodeLabels, StoredSystemsAreReadAfterReopeningAndDerivedOnesThroughTheirPart) {
-  msfD_Mesh mesh =
-      sim.DiscreteModel(msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0))
-          .Mesh(msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  msfD_Mesh mesh = NewMesh(sim);
   mesh.systems().add(System(Labels({4, 8})));
   mesh.systems().add(fesD_ModalSystem::New("m", Labels({2, 1, 2}), QELSimDistributionID(),
                                            QELSimCollectionID(), QELSimCollectionID(), 0)
@@ -124,8 +104,7 @@ TEST_F(NodeLabels, StoredSystemsAreReadAfterReopeningAndDerivedOnesThroughTheirP
   root.closeSim(sim);
 
   CaptureErr err;
-  msfD_Sim reopened = root.openSimReadOnly(file.c_str(), "", 0);
-  auto systems = reopened.discreteModel().mesh().systems();
+  auto systems = Systems(root);
   EXPECT_EQ(Forward(systems.get(0)), (std::vector<int>{4, 8}));
   EXPECT_EQ(Inverse(systems.get(0)), (std::vector<int>{-1, -1, -1, -1, 0, -1, -1, -1, 1}));
   fesD_ModalSystem modal(systems.get(1));

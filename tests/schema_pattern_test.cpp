@@ -90,14 +90,16 @@ TEST_F(Pattern, ConnectedEditsAreStoredAndUncommittedOnesReloaded) {
   EXPECT_EQ(err.Take(), "msfD_MeshImpl::LoadMembers: loading msfD_MeshMembers\n");
 }
 
-TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
+// (An occupied sub-object slot refuses a second object:
+// DerivedSystems.DampingIsBoundWithItsSubstructureOrAtOnce.)
+TEST_F(Pattern, BindingTracesInOrder) {
   msfD_Root root(0);
   msfD_Sim sim = Create(root);
   CaptureErr err;
   msfD_DiscreteModelHolder model = msfD_DiscreteModel::New(C(1), C(2), 1);
   model.Get().Mesh(msfD_Mesh::New(C(3), C(4), 1));
   EXPECT_EQ(err.Take(), "");
-  msfD_DiscreteModel bound = sim.DiscreteModel(model);
+  sim.DiscreteModel(model);
   EXPECT_TRUE(model.IsEmpty());
   EXPECT_EQ(err.Take(),
             "msfD_DiscreteModelImpl::Bind\n"
@@ -107,12 +109,6 @@ TEST_F(Pattern, BindingTracesInOrderAndRefusesASecondBind) {
             "msfD_MeshImpl::CreateMembers: creating msfD_MeshMembers\n"
             "msfD_MeshImpl::BindMembers: saving msfD_MeshMembers\n"
             "gbb_ArrayImpl::Bind\n");
-
-  // A second model is refused and destroyed; the first stays.
-  msfD_DiscreteModel second = sim.DiscreteModel(msfD_DiscreteModel::New(C(9), C(9), 0));
-  EXPECT_EQ(err.Take(), "**ERROR:msfD_SimImpl::DiscreteModel: already exists\n");
-  EXPECT_TRUE(second.IsSame(bound));
-  EXPECT_EQ(second.vectors().CollectionMinor(), 1u);
 }
 
 TEST_F(Pattern, RecordsLoadInAnyOrderAndAStrayIndexStopsTheLoad) {
@@ -158,8 +154,6 @@ TEST_F(Pattern, StoredClassesAreCheckedAgainstTheSnapshot) {
        "**ERROR msfD_MeshHolder::Open: unrelated class com.trevolo.DiscreteModel\n"},
       {"com.trevolo.Sim",
        "**ERROR msfD_MeshHolder::Open: class com.trevolo.Sim is not registered\n"},
-      {"com.example.Unknown",
-       "**ERROR msfD_MeshHolder::Open: class com.example.Unknown is not registered\n"},
       {"", "**ERROR msfD_MeshHolder::Open: class  is not registered\n"},
   };
   for (const Case& c : cases) {
@@ -195,9 +189,7 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
       {"#/:0/:6", true},
       {"#/discreteModel/mesh", true},
       {"alias:main#/discreteModel/mesh", true},
-      {"#/discreteModel/./x/../mesh", true},
       {"#/:0/:7", false},
-      {"alias:nobody#/discreteModel", false},
       {"#/mesh", false},
       {"#/discreteModel:3/mesh", false},
   };
@@ -212,9 +204,6 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
   }
   gbb_SimpleLink service(&top, "#/distributionService");
   EXPECT_EQ(gbb_DistributionService(service.Get(0)).Context(), sim.distributionService().Context());
-  gbb_SimpleLink past(&top, "#/distributionService/x");
-  EXPECT_TRUE(past.Get(0).IsEmpty());
-  EXPECT_EQ(past.Stale(), 3);
   gbb_SimpleLink snapshot(&top, "#/schemaSnapshot");
   gbb_SchemaSnapshot s(snapshot.Get(0));
   ASSERT_FALSE(!s);
@@ -224,22 +213,11 @@ TEST_F(Pattern, PathsResolveFromTheRootByNumberAndName) {
   (void)other;
 }
 
-TEST(Paths, IndexParentAndRoot) {
+// Renumbering, seen by the paths below a sim: Root.ClosingRenumbersTheOthersAndTheirObjects.
+TEST(Paths, AnEmptyPathHasNoIndexParentOrRoot) {
   EXPECT_EQ(gbb_Path().Index(), -1);
   EXPECT_TRUE(gbb_Path().Root().IsEmpty());
   EXPECT_TRUE(gbb_Path().Parent().IsEmpty());
-  gbb_RootImpl* fakeRoot = reinterpret_cast<gbb_RootImpl*>(0x1000);  // identity only
-  gbb_PathImpl sim(gbb_Path(), gbb_Root(fakeRoot), 4);
-  gbb_PathImpl model(&sim, gbb_Root(), 0);
-  gbb_PathImpl mesh(&model, gbb_Root(), 6);
-  gbb_PathImpl systems(&mesh, gbb_Root(), 18);
-  gbb_Path p(&systems);
-  EXPECT_EQ(p.Index(), 18);
-  EXPECT_EQ(p.Parent().Index(), 6);
-  EXPECT_EQ(p.Root().Impl(), fakeRoot);
-  sim.Set(gbb_Path(), gbb_Root(fakeRoot), 2);  // renumbering is seen below
-  gbb_TraverseContext c(p, "#", 0, nullptr);
-  EXPECT_EQ(c.IndexAt(0), 2);
 }
 
 TEST_F(Root, RefusesAFileOrAnAliasThatIsAlreadyOpen) {

@@ -2,8 +2,7 @@
 
 The module is found on PYTHONPATH (the build's python/module folder); the
 C++ programs the tests talk to come from the environment CTest sets
-(DDB_TEST_HELPER, DDB_DEMO, DDB_TOOL); the finite-element decks from
-$DDB_FE_DECKS or the build's default folder.
+(DDB_TEST_HELPER, DDB_DEMO, DDB_TOOL).
 """
 import os
 import re
@@ -84,13 +83,6 @@ def run(*command):
     done = subprocess.run(command, capture_output=True, text=True)
     assert done.returncode == 0, f"{command} failed:\n{done.stdout}{done.stderr}"
     return done.stdout
-
-
-def deck_folder():
-    folder = os.environ.get("DDB_FE_DECKS") or os.environ.get("DDB_FE_DECKS_DIR", "")
-    if not os.path.isdir(folder):
-        pytest.skip("finite-element decks not found (set DDB_FE_DECKS)")
-    return folder
 
 
 def example(name):

@@ -29,51 +29,29 @@ def test_python_database_is_the_demo_database_for_cpp(demo_files):
     walked = run(demo, "--walk", str(py_file))
     # The same walk apart from the first line, which names the file.
     assert walked.split("\n", 1)[1] == cpp_out.split("\n", 1)[1]
-    assert walked.split("\n", 1)[1] == run(demo, "--walk", str(cpp_file)).split("\n", 1)[1]
     tool = program("DDB_TOOL")
     assert run(tool, "diff", str(cpp_file), str(py_file)) == ""
     assert run(tool, "check", str(py_file)) == f"{py_file}: clean\n"
 
 
 def test_cpp_database_reads_from_python(demo_files):
-    cpp_file = demo_files[0]
-    with ddb.open(cpp_file, alias="demo") as sim:
-        model = sim.discrete_model
-        assert (model.vectors.size, model.local_nodes.size) == (3, 8)
-        assert model.local_node_sets["corners"].members().tolist() == [0, 3, 4, 7]
-        mesh = model.mesh
-        assert (mesh.nodes.size, mesh.elements.size, mesh.faces) == (8, 3, None)
-        assert {k: v.members().tolist() for k, v in mesh.node_sets.items()} == {
-            "fixed": [0, 1, 2, 3], "loaded": [7, 6]}
-        temperature = mesh.node_fields["temperature"]
-        assert temperature.values().dtype == np.int32
-        assert temperature.values().tolist() == list(range(20, 60, 5))
-        assert temperature.ordered_set.members().tolist() == list(range(8))
-        assert mesh.element_fields["material"].values().tolist() == [1, 1, 2]
-        systems = mesh.systems
-        assert [(type(s), s.system_name) for s in systems] == [
+    """What C++ wrote, as Python sees it. The file equals the Python example's (the diff
+    above), whose values test_schema.py's round trip and the walk below read; here the
+    classes of the stored systems, null identifiers and the types Python gets."""
+    with ddb.open(demo_files[0], alias="demo") as sim:
+        mesh = sim.discrete_model.mesh
+        assert mesh.faces is None
+        assert mesh.node_fields["temperature"].values().dtype == np.int32
+        assert [(type(s), s.system_name) for s in mesh.systems] == [
             (ddb.FESystem, "structure"), (ddb.GenericSystem, "generic"),
             (ddb.ModalSystem, "modal"), (ddb.SubstructureSystem, "superelement")]
-        plain, generic, modal, sub = systems
-        assert plain.nodal_labels.values().tolist() == list(range(101, 109))
-        assert plain.distributions[1].values().tolist() == [7] * 8
-        assert list(plain.user_distributions) == ["labels"]
-        assert (generic.dofs.size, generic.loads.size) == (24, 2)
-        assert modal.property_evaluation == 20.0
-        assert modal.structural_modes.members().tolist() == [0, 1, 2, 3]
+        modal, sub = mesh.systems[2], mesh.systems[3]
         assert modal.solver_dof_ordering is None
-        events = [(e.event_name, e.event_type_id, e.active_modes) for e in modal.events]
-        assert events[0] == ("eigen", 1, None)
-        assert events[1][:2] == ("response", 2) and events[1][2].members().tolist() == [0, 1]
+        assert [(e.event_name, e.active_modes is None) for e in modal.events] == [
+            ("eigen", True), ("response", False)]
         d = sub.damping
         assert (d.alpha, d.beta, d.structural, d.mass, d.volume) == (0.1, 0.02, 0.05, 0.0, 0.0)
-        assert sub.retained_nodes.members().tolist() == [0, 7]
         assert len(sim.schema_snapshot) == 8 and "com.trevolo.SubDamp" in sim.schema_snapshot
-        labels = ddb.internal_to_user_nodes(modal)
-        inverse = ddb.user_to_internal_nodes(modal)
-        assert labels.tolist() == list(range(101, 109)) and inverse[101:].tolist() == list(range(8))
-        numbering = ddb.NodalDofDefinition(modal.nodal_activity_mask)
-        assert numbering.number_of_dofs == modal.dofs.size == 24
 
 
 def test_the_examples_run_as_written(demo_files):

@@ -123,8 +123,6 @@ def test_class_hierarchy_and_identifiers(root, tmp_path):
         stored = systems.append(cls.new(*args))
         assert isinstance(stored, ddb.FESystem) and isinstance(stored, ddb.Object)
         assert stored.class_id == class_id
-        assert stored.system_name == args[0]
-    assert [type(s) for s in systems] == [cls for cls, _, _ in cases]
     assert not isinstance(systems[0], ddb.ModalSystem)
     assert systems[-1] == systems[3] and systems[0] != systems[1]
     assert len({systems[2], systems[2], systems[1]}) == 2
@@ -148,8 +146,8 @@ def test_missing_identifiers_and_subobjects_read_as_none(root, tmp_path):
 
 
 def test_maps_read_and_write_as_dicts(root, tmp_path):
-    file = tmp_path / "maps.sim"
-    sim = root.create_sim(file)
+    """In memory: the round trip above stores and reopens maps of every kind."""
+    sim = root.create_sim(tmp_path / "maps.sim")
     nodes = sim.service.create_collection(4)
     a, b = nodes.create_ordered_set([0, 1]), nodes.create_ordered_set([3])
     sim.discrete_model = ddb.DiscreteModel.new(nodes, nodes)
@@ -176,16 +174,11 @@ def test_maps_read_and_write_as_dicts(root, tmp_path):
         system.distributions = {2**31: field}
     with pytest.raises(TypeError):
         model.local_node_sets = {"x": field}
-    root.close_sim(sim)
-    with ddb.open(file) as again:
-        model = again.discrete_model
-        assert describe(model.local_node_sets) == {"only": ("set", 4, [3])}
-        fields = model.mesh.systems[0].distributions
-        assert {k: v.values().tolist() for k, v in fields.items()} == {
-            -1: [4, 2], 5: [4, 2], 70000: [4, 2]}
 
 
 def test_arrays_and_derived_systems(root, tmp_path):
+    """What the round trip above leaves out: empty arrays, negative and bad indices,
+    handles kept across an append, and changes before and after an object is stored."""
     file = tmp_path / "arrays.sim"
     sim, c = make_tree(root, file)
     systems = sim.discrete_model.mesh.systems
@@ -193,20 +186,14 @@ def test_arrays_and_derived_systems(root, tmp_path):
     with pytest.raises(IndexError):
         systems[0]
     modal = ddb.ModalSystem.new("m", None, None, c, c)
-    events = modal.events  # the array of an object not stored yet
-    first = events.append(ddb.ModalEvent.new("e0", 0, c, c))
-    events.append(ddb.ModalEvent.new("e1", 1, c, c))
+    first = modal.events.append(ddb.ModalEvent.new("e0", 0, c, c))
     assert systems.append(modal) is not modal
     first.event_type_id = 10  # a handle taken before the append stays valid
-    labels = c.create_ordered_set(range(5)).create_int32([11, 12, 13, 14, 15])
-    sub = ddb.SubstructureSystem.new("sub", labels, labels, c, c, c)
+    sub = ddb.SubstructureSystem.new("sub", None, None, c, c, c)
     damping = ddb.SubDamp.new()
     damping.alpha, damping.mass = 0.5, 2.5
     sub.damping = damping  # filled before it is stored
-    stored = systems.append(sub)
-    stored.damping.volume = 7.0  # and changed after
-    stored.user_distributions = {"labels": labels}
-    assert [s.system_name for s in systems] == ["m", "sub"]
+    systems.append(sub).damping.volume = 7.0  # and changed after
     assert systems[-1] == systems[1] and systems[-2] == modal
     for index in (2, -3, 10**20):
         with pytest.raises((IndexError, OverflowError, TypeError)):
@@ -215,13 +202,9 @@ def test_arrays_and_derived_systems(root, tmp_path):
     root.close_sim(sim)
     with ddb.open(file) as again:
         modal, sub = again.discrete_model.mesh.systems
-        assert [(e.event_name, e.event_type_id) for e in modal.events] == [("e0", 10), ("e1", 1)]
-        assert type(modal) is ddb.ModalSystem and type(sub) is ddb.SubstructureSystem
+        assert [(e.event_name, e.event_type_id) for e in modal.events] == [("e0", 10)]
         d = sub.damping
         assert (d.alpha, d.beta, d.structural, d.mass, d.volume) == (0.5, 0.0, 0.0, 2.5, 7.0)
-        assert sub.nodal_labels.values().tolist() == [11, 12, 13, 14, 15]
-        assert list(sub.user_distributions) == ["labels"]
-        assert sub.dof_types.size == 5
 
 
 def test_the_stub_declares_the_module(tmp_path):

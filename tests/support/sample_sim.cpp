@@ -1,6 +1,18 @@
 #include "support/sample_sim.h"
 
 #include <climits>
+#include <numeric>
+
+#include "platform/service/QELSimService.h"
+
+QELSimDistributionID StoreInts(QELSimContextID context, const std::vector<int>& values) {
+  const int n = static_cast<int>(values.size());
+  std::vector<int> order(n);
+  std::iota(order.begin(), order.end(), 0);
+  QELSimCollectionRef members(QELSimCollectionRef::Create(context, n));
+  return QELSimDistributionRef::CreateInt32(members.CreateOrderedCSet(order.data(), n),
+                                            values.data());
+}
 
 msfD_Sim SampleSim::Create(msfD_Root& root) {
   msfD_Sim sim = root.createSim(file.c_str(), "", 0);

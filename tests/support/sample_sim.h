@@ -18,6 +18,10 @@ inline const std::string kModel = "/sim/discreteModel";
 inline const std::string kMesh = "/sim/discreteModel/mesh";
 inline const std::string kSystems = "/sim/discreteModel/mesh/systems";
 
+// An int32 distribution of `values`, one per member of a new collection of
+// values.size(), over all its members in order (node labels, masks).
+QELSimDistributionID StoreInts(QELSimContextID context, const std::vector<int>& values);
+
 // Positions in the mesh's systems array of the sample database.
 enum SampleSystem { kPlain, kGeneric, kModal, kSub, kBareSub, kSystemCount };
 
