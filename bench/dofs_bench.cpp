@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "fe_deck.h"
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
 #include "platform/core/mem.h"
 #include "platform/service/QELSimService.h"
-#include "fe_deck.h"
 
 namespace {
 

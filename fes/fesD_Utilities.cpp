@@ -4,9 +4,9 @@
 #include "fes/fesD_Utilities.h"
 
 #include "fes/fesD_NodalValues.h"
-#include "platform/service/QELSimService.h"
 #include "platform/core/aio_ostream.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimService.h"
 
 namespace {
 

@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
   for (int commits : {1, 5, 12, 24}) {
     std::string path = std::string(argv[1]) + "/seed" + std::to_string(commits) + ".sim";
     std::remove(path.c_str());
-    RunWorkload(path, commits, [](int, const Facts&) {}, [] {});
+    RunWorkload(path, commits);
   }
   return 0;
 }

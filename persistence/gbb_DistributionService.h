@@ -9,8 +9,8 @@
 #define DDB_PERSISTENCE_GBB_DISTRIBUTIONSERVICE_H_
 
 #include "persistence/gbb_Handle.h"
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
+#include "platform/service/QELSimIDs.h"
 
 class gbb_TraverseContext;
 

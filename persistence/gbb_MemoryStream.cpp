@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "platform/service/QELSimIDExternal.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimIDExternal.h"
 
 namespace {
 

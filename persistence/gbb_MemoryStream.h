@@ -32,8 +32,8 @@
 
 #include "containers/ada_string.h"
 #include "persistence/gbb_AutoArray.h"
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
+#include "platform/service/QELSimIDs.h"
 
 class QELSimIDExternal;
 

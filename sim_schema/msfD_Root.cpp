@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "persistence/gbb_TraverseContext.h"
-#include "platform/service/QELSimManager.h"
 #include "platform/core/aio_ostream.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimManager.h"
 
 // The tables' keys compare byte by byte as unsigned characters; a string
 // without a buffer compares as the empty string.

@@ -1,8 +1,8 @@
 #include "platform/hdf/hdf_report.h"
 
 #include "platform/core/aio_ostream.h"
-#include "platform/hdf/hdf_File.h"
 #include "platform/core/mem.h"
+#include "platform/hdf/hdf_File.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <new>
 #include <utility>
 
-#include "platform/service/QELSimAssert.h"
 #include "platform/core/mem.h"
+#include "platform/service/QELSimAssert.h"
 
 template <class T>
 class QELSimArray {

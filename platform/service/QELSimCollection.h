@@ -11,10 +11,10 @@
 #ifndef DDB_PLATFORM_SERVICE_QELSIMCOLLECTION_H_
 #define DDB_PLATFORM_SERVICE_QELSIMCOLLECTION_H_
 
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
 #include "platform/hdf/hdf_Dataset.h"
 #include "platform/hdf/hdf_Group.h"
+#include "platform/service/QELSimIDs.h"
 
 class DDB_API QELSimCollectionRef {
  public:

@@ -17,9 +17,9 @@
 
 #include <cstddef>
 
+#include "platform/core/ddb_export.h"
 #include "platform/service/QELSimArray.h"
 #include "platform/service/QELSimIDs.h"
-#include "platform/core/ddb_export.h"
 
 struct QELSimStoredDistribution;
 

@@ -16,8 +16,8 @@
 
 #include <cstdint>
 
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
+#include "platform/service/QELSimIDs.h"
 
 class DDB_API QELSimIDExternal {
  public:

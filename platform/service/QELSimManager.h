@@ -9,9 +9,9 @@
 #ifndef DDB_PLATFORM_SERVICE_QELSIMMANAGER_H_
 #define DDB_PLATFORM_SERVICE_QELSIMMANAGER_H_
 
-#include "platform/service/QELSimIDs.h"
 #include "platform/core/ddb_export.h"
 #include "platform/hdf/hdf_File.h"
+#include "platform/service/QELSimIDs.h"
 
 class DDB_API QELSimManager {
  public:
