@@ -84,35 +84,16 @@ class Records {
   Records& Collection(int index, unsigned minor) { return Id(index, 0x08, 1, minor); }
   Records& Set(int index, SetId id) { return Id(index, 0x09, 2, id.first, id.second); }
   Records& Distribution(int index, unsigned minor) { return Id(index, 0x0A, 3, minor); }
-  // ada_MapString<QELSimCSetID>: count, then key and value per entry in key order.
+  // Maps: the count, then key and value per entry in key order. String-keyed
+  // maps of sets, of distributions, and int-keyed maps of distributions.
   Records& SetsByName(int index, const std::vector<std::pair<std::string, SetId>>& entries) {
-    Tag(index, 0x39);
-    PutInt(m_body, static_cast<int>(entries.size()));
-    for (const auto& e : entries) {
-      PutString(m_body, e.first);
-      PutId(m_body, 2, e.second.first, e.second.second);
-    }
-    return *this;
+    return Map(index, 0x39, entries);
   }
-  // ada_MapString<QELSimDistributionID>.
   Records& FieldsByName(int index, const std::vector<std::pair<std::string, unsigned>>& entries) {
-    Tag(index, 0x3A);
-    PutInt(m_body, static_cast<int>(entries.size()));
-    for (const auto& e : entries) {
-      PutString(m_body, e.first);
-      PutId(m_body, 3, e.second);
-    }
-    return *this;
+    return Map(index, 0x3A, entries);
   }
-  // ada_MapInt<QELSimDistributionID>: the keys are plain ints.
   Records& FieldsByNumber(int index, const std::vector<std::pair<int, unsigned>>& entries) {
-    Tag(index, 0x4A);
-    PutInt(m_body, static_cast<int>(entries.size()));
-    for (const auto& e : entries) {
-      PutInt(m_body, e.first);
-      PutId(m_body, 3, e.second);
-    }
-    return *this;
+    return Map(index, 0x4A, entries);
   }
   Bytes Stream() const { return ::Stream(m_body); }
 
@@ -127,6 +108,20 @@ class Records {
     PutId(m_body, kind, first, second);
     return *this;
   }
+  template <class K, class V>
+  Records& Map(int index, unsigned char type, const std::vector<std::pair<K, V>>& entries) {
+    Tag(index, type);
+    PutInt(m_body, static_cast<int>(entries.size()));
+    for (const auto& e : entries) {
+      Key(e.first);
+      Value(e.second);
+    }
+    return *this;
+  }
+  void Key(const std::string& key) { PutString(m_body, key); }
+  void Key(int key) { PutInt(m_body, key); }
+  void Value(SetId id) { PutId(m_body, 2, id.first, id.second); }
+  void Value(unsigned distribution) { PutId(m_body, 3, distribution); }
   Bytes m_body;
 };
 
