@@ -313,7 +313,7 @@ TEST_F(HdfWrapper, CreationIsRefusedWhereItCannotOrMustNotHappen) {
   ASSERT_TRUE(open.IsValid());
   EXPECT_EQ(refused(path, hdf_File::Exclusive), because(path, "it exists"));
   // Even when overwriting is asked for, a file that is open stays untouched.
-  EXPECT_EQ(refused(path, hdf_File::Truncate), because(path, busy));
+  EXPECT_EQ(refused(path, hdf_File::Truncate), because(path, "open for update in this process"));
   EXPECT_TRUE(open.RootGroup().GroupCreate("still", 0).IsValid());
   open.Close();
   EXPECT_TRUE(hdf_File::Create(path.c_str(), hdf_File::Truncate).IsValid());

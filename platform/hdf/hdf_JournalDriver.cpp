@@ -1,6 +1,7 @@
 #include "platform/hdf/hdf_JournalDriver.h"
 
 #include <cstdlib>
+#include <functional>
 #include <new>
 
 #include "platform/hdf/hdf_Journal.h"
@@ -12,8 +13,9 @@ struct Config {
   unsigned durable;
 };
 
-// HDF5's file structure first, then ours. Several of these may share one
-// journal: HDF5 opens a file a second time to find out whether it is open.
+// HDF5's file structure first, then ours. Each open has a journal of its
+// own: a reader its own snapshot, so HDF5 must never take two opens of one
+// file for the same (see Compare).
 struct JournalFile {
   H5FD_t base;
   hdf_Journal* journal;
@@ -108,12 +110,13 @@ herr_t Close(H5FD_t* base) {
   return result;
 }
 
+// Two opens are one file for HDF5 only when they are one journal: two
+// snapshots of a database are two files, each with its own cache.
 int Compare(const H5FD_t* a, const H5FD_t* b) {
+  std::less<const hdf_Journal*> before;
   const hdf_Journal* x = Of(a)->journal;
   const hdf_Journal* y = Of(b)->journal;
-  if (x->Device() != y->Device()) return x->Device() < y->Device() ? -1 : 1;
-  if (x->Inode() != y->Inode()) return x->Inode() < y->Inode() ? -1 : 1;
-  return 0;
+  return before(x, y) ? -1 : before(y, x) ? 1 : 0;
 }
 
 herr_t Query(const H5FD_t*, unsigned long* flags) {

@@ -9,6 +9,8 @@
 
 namespace {
 
+int g_option = 0;  // of createSim (see SetWorkloadOption)
+
 std::string Name(QELSimCollectionID id) {
   return id.IsValid() ? "C" + std::to_string(id.CollectionMinor()) : "-";
 }
@@ -106,7 +108,7 @@ class Workload {
     const std::string tag = std::to_string(i);
     switch (kind) {
       case 0:
-        m_sim = m_root.createSim(m_path.c_str(), "crash", 0);
+        m_sim = m_root.createSim(m_path.c_str(), "crash", g_option);
         m_context = m_sim.distributionService().Context();
         m_facts.erase("open");
         m_facts["sim"] = "yes";
@@ -314,6 +316,10 @@ uint64_t FactsDigest(const Facts& facts) {
     digest ^= h * 0x9E3779B97F4A7C15ull + (h >> 29);
   }
   return digest;
+}
+
+void SetWorkloadOption(int option) {
+  g_option = option;
 }
 
 void RunWorkload(const std::string& path, int commits,

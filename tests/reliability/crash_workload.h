@@ -30,6 +30,10 @@ void RunWorkload(const std::string& path, int commits,
                  const std::function<void(int c, const Facts& facts)>& committed = nullptr,
                  const std::function<void()>& keepOpen = nullptr);
 
+// The last argument of the workload's createSim from now on
+// (QELSimManager::SyncCommits makes every commit durable against power loss).
+void SetWorkloadOption(int option);
+
 // The facts of the database `path`, read through the library (read-only, or
 // for update, which settles a pending journal first). Messages are kept out
 // of the way; a database that does not open gives {"open" -> "failed"}.
