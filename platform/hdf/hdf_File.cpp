@@ -18,6 +18,12 @@ int g_batchDepth = 0;
 const int kMaxBatchFiles = 8;
 unsigned long g_batchFiles[kMaxBatchFiles];
 int g_batchFileCount = 0;
+// Files written while a batch was open that no open batch flushes: flushed
+// when the last batch ends, so that no commit is left behind.
+const int kMaxDeferred = 8;
+hid_t g_deferred[kMaxDeferred];
+unsigned long g_deferredNumbers[kMaxDeferred];
+int g_deferredCount = 0;
 
 // Each flush makes HDF5 walk its whole metadata cache, clean entries too, so
 // with HDF5's default cache (which grows to megabytes) flushing after every
@@ -188,7 +194,7 @@ hdf_Group hdf_File::RootGroup() const {
 bool hdf_File::Flush() {
   if (!IsValid()) return false;
   if (H5Fflush(Id(), H5F_SCOPE_LOCAL) < 0) {
-    ReportFile("hdf_File::Flush", "flush", Name().c_str(), nullptr);
+    ReportFile("hdf_File::Flush", "flush", Name().c_str(), hdf_Journal::LastFailure());
     return false;
   }
   return true;
@@ -243,6 +249,13 @@ bool hdf_File::JournalPending(const char* name) {
   return hdf_Journal::Pending(name);
 }
 
+bool hdf_File::Watch(const char* name, unsigned long long* mark, bool* writing) {
+  uint64_t at = 0;
+  if (name == nullptr || !hdf_Journal::Watch(name, &at, writing)) return false;
+  *mark = at;
+  return true;
+}
+
 hdf_File hdf_File::Of(hid_t object) {
   hdf_File file;
   if (H5Iis_valid(object) > 0) file.m_id = hdf_Id::Own(H5Iget_file_id(object));
@@ -269,10 +282,33 @@ hdf_WriteBatch::~hdf_WriteBatch() {
   if (m_pushed) --g_batchFileCount;
   // Flushing a read-only file writes nothing and succeeds.
   if (m_flushes && g_flushAfterWrites && m_file.IsValid()) m_file.Flush();
+  if (g_batchDepth > 0) return;
+  // What other files were written meanwhile is committed now.
+  for (int i = 0; i < g_deferredCount; ++i) {
+    hdf_FlushAfterWrite(g_deferred[i]);
+    H5Fclose(g_deferred[i]);
+  }
+  g_deferredCount = 0;
 }
 
 void hdf_FlushAfterWrite(hid_t object) {
-  if (!g_flushAfterWrites || g_batchDepth > 0) return;
+  if (!g_flushAfterWrites) return;
+  if (g_batchDepth > 0) {
+    unsigned long number = FileNumber(object);
+    for (int i = 0; i < g_batchFileCount; ++i) {
+      if (g_batchFiles[i] == number) return;  // its batch flushes it
+    }
+    for (int i = 0; i < g_deferredCount; ++i) {
+      if (g_deferredNumbers[i] == number) return;
+    }
+    hid_t file = H5Iget_file_id(object);
+    if (file >= 0 && g_deferredCount < kMaxDeferred) {
+      g_deferredNumbers[g_deferredCount] = number;
+      g_deferred[g_deferredCount++] = file;
+      return;
+    }
+    if (file >= 0) H5Fclose(file);  // too many at once: flushed now
+  }
   if (H5Fflush(object, H5F_SCOPE_LOCAL) < 0) {
     hdf_ReportFailure("hdf_File::Flush", "flush", nullptr, object, true);
   }

@@ -59,6 +59,10 @@ class DDB_API hdf_File {
   // the library. Opening it once through the wrapper settles it; until then
   // other HDF5 programs may see an older or a damaged state.
   static bool JournalPending(const char* name);
+  // Where the database `name` stands, without opening it through HDF5:
+  // *mark changes whenever a commit lands, *writing says whether a writer
+  // has it open. Cheap enough to poll. False when the file does not open.
+  static bool Watch(const char* name, unsigned long long* mark, bool* writing);
   // Gives a file access property list the settings every file of the wrapper
   // is opened with (a small fixed metadata cache, see hdf_File.cpp, and the
   // journal while journaling is on), and a file creation property list those

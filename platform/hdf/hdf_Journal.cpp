@@ -59,6 +59,8 @@ const uint64_t kMarkRange = uint64_t(1) << 40;
 
 // The process's writers (single-threaded, like the rest of the library).
 hdf_Journal* g_writers = nullptr;
+// Why the last change to a file failed, in the system's words.
+const char* g_failure = nullptr;
 
 void Put64(std::vector<unsigned char>& out, uint64_t value) {
   for (int i = 0; i < 8; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
@@ -143,6 +145,16 @@ hdf_Journal* hdf_Journal::Open(const char* name, Mode mode, bool durable, const 
     g_writers = journal;
   }
   return journal;
+}
+
+bool hdf_Journal::Fail() {
+  g_failure = errno != 0 ? strerror(errno) : "write failed";
+  m_failed = true;
+  return false;
+}
+
+const char* hdf_Journal::LastFailure() {
+  return g_failure;
 }
 
 bool hdf_Journal::Release(hdf_Journal* journal) {
@@ -605,8 +617,7 @@ bool hdf_Journal::Read(uint64_t address, size_t size, void* bytes) {
     aio_cerr.print("**ERROR hdf_Journal::Read: the writer of ")
         .print(m_name.data())
         .print(" overwrote this snapshot: open it again\n");
-    m_failed = true;
-    return false;
+    return Fail();
   }
   return true;
 }
@@ -654,10 +665,7 @@ bool hdf_Journal::Write(uint64_t address, size_t size, const void* bytes) {
   }
   if (size == 0) return true;
   // Beyond the safe end nobody reads: straight into the file, once.
-  if (!m_io->Write(m_db, p, size, address)) {
-    m_failed = true;
-    return false;
-  }
+  if (!m_io->Write(m_db, p, size, address)) return Fail();
   m_direct = m_dirty = true;
   m_eof = std::max(m_eof, address + size);
   return true;
@@ -695,16 +703,14 @@ bool hdf_Journal::WriteExtent(uint64_t address, size_t size, const void* bytes) 
   uint64_t position = m_spilled + m_buffer.size();
   if (size >= kBufferLimit) {
     if (!Spill() || !m_io->Write(m_journal, bytes, size, m_spilled)) {
-      m_failed = true;
-      return false;
+      return Fail();
     }
     m_crc = Crc(m_crc, bytes, size);
     m_spilled += size;
   } else {
     Append(bytes, size);
     if (m_buffer.size() >= kBufferLimit && !Spill()) {
-      m_failed = true;
-      return false;
+      return Fail();
     }
   }
   Extent extent{address + size, position, false};
@@ -769,8 +775,7 @@ bool hdf_Journal::Truncate(uint64_t eof) {
     uint64_t size = 0;
     uint64_t keep = std::max(eof, m_safe);
     if (!m_io->Size(m_db, &size) || (size > keep && !m_io->SetLength(m_db, keep))) {
-      m_failed = true;
-      return false;
+      return Fail();
     }
   }
   m_eof = eof;
@@ -824,8 +829,7 @@ bool hdf_Journal::Commit() {
               m_io->Write(m_journal, record.data(), record.size(), m_end + kLengthField);
   }
   if (!written || (m_durable && !m_io->Sync(m_journal))) {
-    m_failed = true;
-    return false;
+    return Fail();
   }
   transaction.end = end;
   transaction.eof = m_eof;
@@ -844,7 +848,8 @@ bool hdf_Journal::Commit() {
   // file alone is current while nobody reads; settled every megabyte.
   bool bound = m_end - m_freedEnd > kJournalBound;
   return Checkpoint(bound ? kOverwriteReaders : kAsReadersAllow,
-                    bound || m_end - m_settled >= kCheckpointBytes);
+                    bound || m_end - m_settled >= kCheckpointBytes) ||
+         Fail();
 }
 
 // ------------------------------------------------------------- checkpoints
@@ -906,8 +911,7 @@ bool hdf_Journal::Checkpoint(Force force, bool settle) {
   // The file holds the copies before the header says so; then the journal
   // gives back what no reader reads there any more, or starts again.
   if ((m_durable && !m_io->Sync(m_db)) || !WriteBase()) {
-    m_failed = true;
-    return false;
+    return Fail();
   }
   m_settled = m_end;
   if (m_guarded) m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, true);
@@ -947,8 +951,7 @@ bool hdf_Journal::CopyThrough(uint64_t number) {
       if ((!entry.second.zeros &&
            !ReadJournal(entry.second.position + done, chunk.size(), chunk.data())) ||
           !m_io->Write(m_db, chunk.data(), chunk.size(), address + done)) {
-        m_failed = true;
-        return false;
+        return Fail();
       }
     }
   }
@@ -988,15 +991,13 @@ bool hdf_Journal::Restart() {
   uint64_t size = 0;
   if (!m_io->Size(m_db, &size) || (size != m_eof && !m_io->SetLength(m_db, m_eof)) ||
       (m_durable && !m_io->Sync(m_db))) {
-    m_failed = true;
-    return false;
+    return Fail();
   }
   m_safe = m_eof;
   m_copiedEnds.clear();
   ++m_restarts;
   if (!StartJournal(m_last + 1)) {
-    m_failed = true;
-    return false;
+    return Fail();
   }
   WriteLive();
   return true;

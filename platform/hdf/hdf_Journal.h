@@ -100,6 +100,10 @@ class DDB_API hdf_Journal {
   ino_t Inode() const { return m_inode; }
   int* DatabaseDescriptor() { return &m_db; }
 
+  // Why the last change to a database or journal file failed, in the
+  // system's words ("No space left on device"); null before any failed.
+  static const char* LastFailure();
+
   // "<name>-journal".
   static std::vector<char> JournalName(const char* name);
   // The journal beside `name` holds transactions not yet in the file,
@@ -191,6 +195,8 @@ class DDB_API hdf_Journal {
   bool AnyMark();
   uint64_t HighestMark();
   bool Close();
+  // Marks the journal failed (no further writes) and keeps the reason.
+  bool Fail();
 
   hdf_JournalIo* m_io = nullptr;
   std::vector<char> m_name;         // the database file's name

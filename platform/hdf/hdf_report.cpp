@@ -1,8 +1,11 @@
 #include "platform/hdf/hdf_report.h"
 
+#include <cstring>
+
 #include "platform/core/aio_ostream.h"
 #include "platform/core/mem.h"
 #include "platform/hdf/hdf_File.h"
+#include "platform/hdf/hdf_Journal.h"
 
 namespace {
 
@@ -49,6 +52,10 @@ void hdf_ReportFailure(const char* operation, const char* action, const char* na
   if (name != nullptr) aio_cerr.print(name).print(" in ");
   aio_cerr << hdf_ObjectPath(where);
   aio_cerr.print(" of file ") << hdf_FileName(where);
-  if (writing && IsReadOnlyFile(where)) aio_cerr.print(": file is read-only");
+  if (writing && IsReadOnlyFile(where)) {
+    aio_cerr.print(": file is read-only");
+  } else if (strcmp(action, "flush") == 0 && hdf_Journal::LastFailure() != nullptr) {
+    aio_cerr.print(": ").print(hdf_Journal::LastFailure());  // why the commit failed
+  }
   aio_cerr.put('\n');
 }
