@@ -130,8 +130,8 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     }
     m_repository = repository;
     for (int i = 0; i < m_elements.count(); ++i) {
-      gbb_Group group = m_repository.CreateElement(i);
-      if (!m_elements[i].IsEmpty()) m_elements[i].Bind(group);
+      // An empty slot is bound too: its holder says that it is empty.
+      m_elements[i].Bind(m_repository.CreateElement(i));
     }
     m_repository.WriteSize(m_elements.count());
     m_connected = true;
@@ -163,10 +163,13 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   gbb_ArrayImpl(const gbb_ArrayImpl&) = delete;
   gbb_ArrayImpl& operator=(const gbb_ArrayImpl&) = delete;
 
-  // Opens element i from its group when its holder is not resolved yet.
+  // Opens element i from its group when its holder is not resolved yet,
+  // connected or not. An unconnected array has no group to open: the
+  // holder's class look-up then reaches no snapshot and says so, and the
+  // slot stays unresolved.
   void Load(int index) {
     THolder& slot = m_elements[index];
-    if (slot.IsResolved() || !m_connected) return;
+    if (slot.IsResolved()) return;
     slot = THolder::Open(&m_path, index, m_repository.OpenElement(index), m_trace);
   }
 

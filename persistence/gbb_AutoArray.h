@@ -43,11 +43,11 @@ class gbb_AutoArray {
   gbb_AutoArray(gbb_AutoArrayMoveSrc source) : m_data(nullptr), m_count(0), m_capacity(0) {
     TakeOver(source);
   }
+  // Both assignments first destroy the own contents, as the destructor does,
+  // then take over. Assigning an array to itself therefore empties it.
   gbb_AutoArray& operator=(gbb_AutoArray& other) {
-    if (&other != this) {
-      Destroy();
-      TakeOver(other.Release());
-    }
+    Destroy();
+    TakeOver(other.Release());
     return *this;
   }
   gbb_AutoArray& operator=(gbb_AutoArrayMoveSrc source) {

@@ -105,12 +105,10 @@ msfD_Sim msfD_Root::Open(Mode mode, const gbb_String& file, const gbb_String& al
     holder.SetPath(this, count());
     holder.Bind(context, group);
   } else {
+    // The group is taken as it is, even when it could not be opened (the
+    // wrapper has named it then): the sim is built on it and counted, and
+    // finds no objects below it.
     gbb_Group group(top.GroupOpen("sim"));
-    if (!group.IsValid()) {
-      // Not a database of ours: the wrapper has named the missing group.
-      QELSimManager::CloseContext(context);
-      return msfD_Sim();
-    }
     holder = msfD_SimHolder::Open(this, count(), context, group, m_trace);
   }
   msfD_Sim sim = holder.Get();
@@ -127,19 +125,19 @@ int msfD_Root::PositionOf(const msfD_Sim& sim) const {
   return -1;
 }
 
+// The sim's own path index says which position closes, whichever root the
+// sim belongs to: the entries of the tables that name this very sim go, and
+// the holder at that position is closed.
 void msfD_Root::closeSim(msfD_Sim sim) {
   // An empty sim prints its Path() message and has index -1.
-  if (!sim) {
-    sim.Path();
-    return;
-  }
-  // A guard of our own: a sim that is not open in this root (of another
-  // root, or closed already) is ignored silently, without touching it.
-  int index = PositionOf(sim);
+  int index = sim.Path().Index();
   if (index < 0) return;
   if (m_trace != 0) aio_cerr.print("msfD_Root::closeSim\n");
   RemoveValue(m_files, sim);
   RemoveValue(m_aliases, sim);
+  // A guard of our own: an index beyond this root's sims (a sim of a root
+  // with more of them) names no holder here, so nothing is closed.
+  if (index >= m_sims.count()) return;
   m_sims.remove(index, 1);
   for (int i = index; i < m_sims.count(); ++i) m_sims[i].SetPath(this, i);
 }

@@ -24,10 +24,15 @@ class DDB_API msfD_Root final : public gbb_RootImpl {
   // A new database file. Refused (empty handle) when the file or a non-empty
   // alias is already open, or when the file cannot be created.
   msfD_Sim createSim(gbb_String file, gbb_String alias, int option);
-  // An existing database, for update or read-only.
+  // An existing database, for update or read-only. Empty when the file
+  // cannot be opened; a file without the group "sim" opens as a sim with
+  // nothing below it (after the wrapper's message).
   msfD_Sim openSim(gbb_String file, gbb_String alias, int option);
   msfD_Sim openSimReadOnly(gbb_String file, gbb_String alias, int option);
-  // Closes one sim (its whole tree and its file); the later sims move down.
+  // Closes the sim at the position the sim's own path index names (its
+  // whole tree and its file); the later sims move down. Meant for a sim of
+  // this root: given another root's sim, it closes this root's sim at that
+  // index.
   void closeSim(msfD_Sim sim);
 
   msfD_Sim getByAlias(gbb_String alias);

@@ -44,6 +44,44 @@ TEST_F(Arrays, UnconnectedElementsAreWrittenWhenTheOwnerIsBound) {
   EXPECT_TRUE(mesh.systems().get(2).IsSame(third));
 }
 
+// Binding an unconnected array makes a group for every slot and binds every
+// holder, in index order, an empty one too (which says so). Once connected,
+// the empty slot is opened from its group like any other.
+TEST_F(Arrays, BindingAnUnconnectedArrayBindsEverySlotEmptyOrNot) {
+  msfD_Root root(0);
+  msfD_DiscreteModel model = Create(root).DiscreteModel(
+      msfD_DiscreteModel::New(QELSimCollectionID(), QELSimCollectionID(), 0));
+  msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(), QELSimCollectionID(), 0);
+  msfD_Mesh mesh = holder.Get();
+  CaptureErr err;
+  mesh.systems().add(fesD_FESystem::New("a", QELSimDistributionID(), QELSimDistributionID(), 1));
+  fesD_FESystemHolder none;
+  mesh.systems().add(none);
+  mesh.systems().add(fesD_FESystem::New("c", QELSimDistributionID(), QELSimDistributionID(), 1));
+  EXPECT_EQ(err.Take(),
+            "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n"
+            "**ERROR fesD_FESystemHolder::SetPath: called on an empty holder\n");
+  model.Mesh(holder);
+  const std::string element =
+      "fesD_FESystemImpl::Bind\n"
+      "fesD_FESystemImpl::CreateMembers: creating fesD_FESystemMembers\n"
+      "fesD_FESystemImpl::BindMembers: saving fesD_FESystemMembers\n";
+  EXPECT_EQ(err.Take(),
+            element + "**ERROR fesD_FESystemHolder::Bind: called on an empty holder\n" + element);
+  EXPECT_EQ(Size(file), std::vector<int>{3});
+  EXPECT_EQ(RawChildren(file, kSystems), (std::vector<std::string>{"0", "1", "2"}));
+  EXPECT_EQ(RawClass(file, kSystems + "/1"), "");  // made, and no object bound to it
+  EXPECT_EQ(RawClass(file, kSystems + "/2"), "com.trevolo.FESystem");
+  EXPECT_EQ(RawChildren(file, kSystems + "/1"), std::vector<std::string>{});
+
+  const std::string noClass = "**ERROR fesD_FESystemHolder::Open: class  is not registered\n";
+  EXPECT_TRUE(!mesh.systems().get(1));
+  EXPECT_EQ(err.Take(), noClass);
+  EXPECT_FALSE(mesh.systems().GetImpl()->IsLoaded(1));
+  EXPECT_STREQ(mesh.systems().get(2).systemName().cStr(), "c");
+  EXPECT_EQ(err.Take(), "");
+}
+
 TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
   {
     msfD_Root root(0);
@@ -115,7 +153,31 @@ TEST(ArraysInMemory, MessagesOfMisuse) {
             "**ERROR gbb_ArrayImpl::add: inserting a NULL item\n"
             "**ERROR fesD_FESystemHolder::SetPath: called on an empty holder\n");
   EXPECT_EQ(systems.count(), 1);  // an empty slot was appended
+  // An unresolved slot is loaded, connected or not: the array has no group,
+  // and the class look-up from an object outside any sim reaches no root,
+  // so no snapshot, and no class.
+  const std::string noSnapshot =
+      "**ERROR gbb_LinkImpl::Get: root is empty\n"
+      "**ERROR: gbb_SchemaSnapshot::GetClass: called on an empty handle\n";
+  const std::string noClass =
+      noSnapshot + "**ERROR fesD_FESystemHolder::Open: class  is not registered\n";
   EXPECT_TRUE(!systems.get(0));
+  EXPECT_EQ(err.Take(), noClass);
+  EXPECT_FALSE(systems.GetImpl()->IsLoaded(0));  // still unresolved: tried again
+  EXPECT_TRUE(!systems.get(0));
+  EXPECT_EQ(err.Take(), noClass);
+  EXPECT_EQ(systems.count(), 1);
+  // The modal events' array, the other instantiation, names its own holder.
+  fesD_ModalSystemHolder modal =
+      fesD_ModalSystem::New("m", QELSimDistributionID(), QELSimDistributionID(),
+                            QELSimCollectionID(), QELSimCollectionID(), 0);
+  auto events = modal.Get().events();
+  fesD_ModalEventHolder noEvent;
+  events.add(noEvent);
+  err.Take();
+  EXPECT_TRUE(!events.get(0));
+  EXPECT_EQ(err.Take(),
+            noSnapshot + "**ERROR fesD_ModalEventHolder::Open: class  is not registered\n");
   // The handle conversions keep the instantiation: a mesh's array is not a
   // modal system's event array, although both identifiers are empty.
   gbb_Handle h = systems;

@@ -103,9 +103,43 @@ TEST(AutoArray, CopyAndAssignmentTransfer) {
   EXPECT_EQ(Frees(), frees + 1);
   EXPECT_EQ(d.data(), storage);
   EXPECT_EQ(c.count(), 0);
+}
+
+// Assignment destroys its own contents first, as the destructor does, and
+// then takes the other array over: assigned to itself, an array ends empty.
+TEST(AutoArray, AssigningAnArrayToItselfEmptiesIt) {
+  Bytes d;
+  unsigned char x = 4;
+  d.append(x, 3);
   Bytes& alias = d;
-  d = alias;  // self-assignment keeps the contents
-  EXPECT_EQ(d.count(), 3);
+  long long frees = Frees();
+  d = alias;
+  EXPECT_EQ(Frees(), frees + 1);
+  EXPECT_EQ(d.count(), 0);
+  EXPECT_EQ(d.capacity(), 0);
+  EXPECT_EQ(d.data(), nullptr);
+
+  Closed().clear();
+  Holders h;
+  for (int id = 1; id <= 3; ++id) {
+    TestHolder one(id, 1);
+    h.append(one, 1);
+  }
+  Holders& same = h;
+  h = same;
+  EXPECT_EQ(Closed(), (std::vector<int>{3, 2, 1}));  // closed last first
+  EXPECT_EQ(h.count(), 0);
+  EXPECT_EQ(h.data(), nullptr);
+
+  // Only reserved room: the destructor's rule keeps it, and so does this.
+  Bytes r(8);
+  unsigned char* storage = r.data();
+  Bytes& room = r;
+  r = room;
+  EXPECT_EQ(r.data(), storage);
+  EXPECT_EQ(r.capacity(), 8);
+  EXPECT_EQ(r.count(), 0);
+  mem_Free(storage);  // the destructor leaves reserved room alone
 }
 
 TEST(AutoArray, DestructionLooksAtTheCountNotTheStorage) {

@@ -106,6 +106,7 @@ TEST_F(DdbTool, FilesThatAreNoDatabaseExitWithTwo) {
       EXPECT_EQ(run.status, 2) << command << " " << file;
       EXPECT_EQ(ReadWholeFile(err).substr(0, 5), "ddb: ") << command << " " << file;
     }
+    EXPECT_EQ(Ddb("get " + File(file) + " '#'", err).status, 2) << file;  // a link's way in
   }
   EXPECT_EQ(ReadWholeFile(File("err.txt")),
             "ddb: **ERROR hdf_Group::GroupOpen: cannot open group sim in / of file " +

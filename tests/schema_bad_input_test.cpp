@@ -67,33 +67,55 @@ long OpenObjects() {
 }
 
 // The file's own refusals (every reason, every cut) are pinned in the
-// wrapper test; here one of each way in shows that the root passes them on,
-// keeps no entry and leaves the name free.
+// wrapper test; here one way in shows that the root passes them on, keeps no
+// entry and leaves the name free. An HDF5 file without the group "sim" is
+// opened all the same: the group is taken as it is (the wrapper names what
+// it could not open), and the sim is counted and finds nothing below it.
 TEST_F(BadInput, FilesThatAreNoDatabaseOrExistAlreadyAreRefusedWithTheirReason) {
   Build();
   const std::string whole = ReadWholeFile(file);
   std::string missing = dir.File("missing.sim");
   std::string plain = dir.File("plain.h5");
   H5Fclose(H5Fcreate(plain.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
-  struct Case {
-    std::string file;
-    std::string message;
-  } cases[] = {
-      {missing, "**ERROR hdf_File::Open: cannot open file " + missing + ": no such file\n"},
-      {plain, "**ERROR hdf_Group::GroupOpen: cannot open group sim in / of file " + plain + "\n"},
-  };
+  const std::string plainBytes = ReadWholeFile(plain);
   msfD_Root root(0);
   CaptureErr err;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    EXPECT_TRUE(!root.openSim(c.file.c_str(), "a", 0));
-    EXPECT_EQ(err.Take(), c.message);
-    EXPECT_TRUE(!root.openSimReadOnly(c.file.c_str(), "a", 0));
-    EXPECT_EQ(err.Take(), c.message);
-  }
+  const std::string noFile =
+      "**ERROR hdf_File::Open: cannot open file " + missing + ": no such file\n";
+  EXPECT_TRUE(!root.openSim(missing.c_str(), "a", 0));
+  EXPECT_EQ(err.Take(), noFile);
+  EXPECT_TRUE(!root.openSimReadOnly(missing.c_str(), "a", 0));
+  EXPECT_EQ(err.Take(), noFile);
   EXPECT_EQ(root.count(), 0);
   EXPECT_TRUE(!root.getByAlias("a"));
+
+  const std::string noGroup =
+      "**ERROR hdf_Group::GroupOpen: cannot open group sim in / of file " + plain + "\n";
+  for (bool readOnly : {false, true}) {
+    SCOPED_TRACE(readOnly);
+    msfD_Sim sim = readOnly ? root.openSimReadOnly(plain.c_str(), "a", 0)
+                            : root.openSim(plain.c_str(), "a", 0);
+    ASSERT_FALSE(!sim);
+    EXPECT_EQ(err.Take(), noGroup);
+    EXPECT_EQ(root.count(), 1);
+    EXPECT_TRUE(root.get(0).IsSame(sim));
+    EXPECT_TRUE(root.getByAlias("a").IsSame(sim));
+    EXPECT_EQ(sim.Path().Index(), 0);
+    EXPECT_TRUE(!sim.discreteModel());
+    EXPECT_EQ(err.Take(), "");
+    EXPECT_TRUE(!root.openSim(plain.c_str(), "b", 0));  // it is open
+    EXPECT_EQ(err.Take(), "**ERROR msfD_Root::openSim: file " + plain + " already opened\n");
+    root.closeSim(sim);
+    EXPECT_EQ(root.count(), 0);
+    EXPECT_TRUE(!root.getByAlias("a"));
+  }
   EXPECT_EQ(OpenObjects(), 0);
+  EXPECT_EQ(ReadWholeFile(plain), plainBytes);
+  {
+    msfD_Root traced(1);
+    ASSERT_FALSE(!traced.openSimReadOnly(plain.c_str(), "", 0));
+    EXPECT_EQ(err.Take(), "msfD_Root::openSimReadOnly " + plain + "\n" + noGroup);
+  }
 
   // Creating never overwrites a database.
   EXPECT_TRUE(!root.createSim(file.c_str(), "x", 0));

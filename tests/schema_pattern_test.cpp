@@ -268,9 +268,48 @@ TEST_F(Root, ClosingRenumbersTheOthersAndTheirObjects) {
   CaptureErr err;
   root.closeSim(msfD_Sim());  // its path is asked for, then nothing happens
   EXPECT_EQ(err.Take(), "**ERROR msfD_Sim::Path: called on an empty handle\n");
-  root.closeSim(first);  // no longer open, or of another root: ignored silently
-  EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(root.count(), 2);
+}
+
+// closeSim goes by the sim's own path index, whichever root the sim is
+// open in: the entries of that sim leave this root's tables (it has none
+// here), and this root's holder at that index closes. An index beyond this
+// root's sims closes nothing after the trace line.
+TEST_F(Root, ClosingASimOfAnotherRootGoesByItsIndex) {
+  msfD_Root mine(1), other(0);
+  CaptureErr err;
+  std::string b0 = dir.File("b0.sim"), b1 = dir.File("b1.sim");
+  msfD_Sim kept = mine.createSim(b0.c_str(), "b0", 0);
+  ASSERT_FALSE(!mine.createSim(b1.c_str(), "b1", 0));
+  msfD_Sim foreign[3];
+  for (int i = 0; i < 3; ++i) {
+    foreign[i] = other.createSim(dir.File("a" + std::to_string(i) + ".sim").c_str(),
+                                 ("a" + std::to_string(i)).c_str(), 0);
+  }
+  err.Take();
+  long files = static_cast<long>(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_FILE));
+
+  mine.closeSim(foreign[1]);
+  EXPECT_EQ(err.Take(), "msfD_Root::closeSim\n");
+  EXPECT_EQ(mine.count(), 1);
+  EXPECT_TRUE(mine.get(0).IsSame(kept));
+  EXPECT_EQ(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_FILE), files - 1);  // b1.sim closed
+  // The other root and its sim are untouched.
+  EXPECT_EQ(other.count(), 3);
+  EXPECT_TRUE(other.get(1).IsSame(foreign[1]));
+  EXPECT_TRUE(other.getByAlias("a1").IsSame(foreign[1]));
+  EXPECT_EQ(foreign[1].Path().Index(), 1);
+  // Only entries naming foreign[1] were looked for: b1's stay behind.
+  EXPECT_TRUE(!mine.openSim(b1.c_str(), "", 0));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::openSim: file " + b1 + " already opened\n");
+  EXPECT_TRUE(!mine.openSim(dir.File("b2.sim").c_str(), "b1", 0));
+  EXPECT_EQ(err.Take(), "**ERROR msfD_Root::openSim: database with alias b1 already exists\n");
+
+  mine.closeSim(foreign[2]);  // index 2: no such position here
+  EXPECT_EQ(err.Take(), "msfD_Root::closeSim\n");
+  EXPECT_EQ(mine.count(), 1);
+  EXPECT_EQ(other.count(), 3);
+  EXPECT_EQ(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_FILE), files - 1);
 }
 
 TEST_F(Root, FirstStepsByIndexAliasAndFile) {

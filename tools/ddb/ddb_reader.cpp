@@ -289,12 +289,27 @@ class Reader {
   int m_depth;
 };
 
+// Whether the file of an open sim holds the group "sim". The root opens a
+// file without it too (an HDF5 file that is no database), as a sim with no
+// objects; the tool refuses such a file as one it cannot open.
+bool HasSimGroup(const msfD_Sim& sim) {
+  return QELSimContextRef(sim.distributionService().Context())
+      .File()
+      .RootGroup()
+      .GetObjinfoExists("sim");
+}
+
 // Opens `path` read-only in `root` under `alias`; the reason on failure
 // from what the library said. What it said on a successful open (a foreign
 // service format, say) is left in *said.
 msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias, Capture& capture,
               std::string* why, std::vector<std::string>* said) {
   msfD_Sim sim = root.openSimReadOnly(path.c_str(), alias.c_str(), 0);
+  const bool opened = !sim == false;
+  if (opened && !HasSimGroup(sim)) {
+    root.closeSim(sim);
+    sim = msfD_Sim();
+  }
   *said = capture.Take();
   if (!sim) *why = said->empty() ? "cannot open " + path : said->front();
   return sim;
