@@ -7,8 +7,9 @@
 // killed at random moments with readers attached, readers are killed at
 // random moments too, and a new writer recovers while the readers go on.
 //
-//   DDB_LIVE_COMMITS=3000 DDB_LIVE_READERS=16 DDB_LIVE_KILLS=1000 \
-//     build/release/tests/live_readers_test            (the full run)
+// The full run:
+//   DDB_LIVE_COMMITS=3000 DDB_LIVE_READERS=16 DDB_LIVE_KILLS=1000
+//   build/release/tests/live_readers_test
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
