@@ -24,6 +24,9 @@ case "$module" in
   "$site"/*) ;;
   *) echo "ddb_pdm imported from $module, not from the venv"; exit 1 ;;
 esac
+# It finds the library beside it, not in the build.
+readelf -d "$module" | grep -q 'RUNPATH.*\[\$ORIGIN/ddb_pdm.libs\]$' ||
+  { echo "$module: run path is not \$ORIGIN/ddb_pdm.libs"; readelf -d "$module"; exit 1; }
 cd "$work"
 PYTHONDONTWRITEBYTECODE=1 "$venv_python" -m pytest -q -p no:cacheprovider "$source/tests/python"
 
