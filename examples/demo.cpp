@@ -1,9 +1,12 @@
 // A host program: builds a small simulation database the way an analysis
 // component would, closes it, reopens it read-only and prints what it finds.
 //
-//   ddb_demo [directory]      (default: a fresh directory under /tmp)
+//   ddb_demo [directory]      demo.sim in the directory, made if missing
+//                             (default: a fresh directory under /tmp); an
+//                             existing demo.sim is left alone, with a message
 //   ddb_demo --walk FILE      only the walk, of a database made elsewhere
 //                             (examples/python/make_database.py makes the same one)
+//   ddb_demo --help
 //
 // Bulk data (collections, ordered sets, int32 fields) goes into the
 // simulation-database service through its client API; the persistent objects
@@ -11,7 +14,9 @@
 // from the file when it is first touched, so the walk below is what loads
 // the tree. Apart from the file path the output is the same on every run.
 #include <DDB_PDM_Core.h>
+#include <errno.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
@@ -323,17 +328,74 @@ void ResolveLinks(const msfD_Sim& sim) {
   }
 }
 
+const char kUsage[] =
+    "usage: ddb_demo [DIRECTORY]   build DIRECTORY/demo.sim (default: a fresh directory under "
+    "/tmp), reopen it, walk it\n"
+    "       ddb_demo --walk FILE   only walk a database made elsewhere\n";
+
 std::string TemporaryDirectory() {
   char pattern[] = "/tmp/ddb_demo_XXXXXX";
   const char* made = mkdtemp(pattern);
   return made != nullptr ? made : "/tmp";
 }
 
+// Makes `directory` and its missing parents, like mkdir -p.
+bool MakeDirectories(const std::string& directory) {
+  for (size_t slash = directory.find('/', 1);; slash = directory.find('/', slash + 1)) {
+    std::string part = directory.substr(0, slash);
+    struct stat info;
+    if (stat(part.c_str(), &info) != 0 && mkdir(part.c_str(), 0777) != 0 && errno != EEXIST)
+      return false;
+    if (slash == std::string::npos) break;
+  }
+  struct stat info;
+  return stat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// What the command line asks for: the database file and whether only to walk
+// it. Returns the exit status to stop with, or -1 to go on.
+int ParseArguments(int argc, char** argv, std::string* file, bool* walkOnly) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
+    std::printf("%s", kUsage);
+    return 0;
+  }
+  *walkOnly = !args.empty() && args[0] == "--walk";
+  bool wellFormed = *walkOnly ? args.size() == 2 : args.size() <= 1;
+  for (size_t i = *walkOnly ? 1 : 0; i < args.size(); ++i)
+    wellFormed = wellFormed && !args[i].empty() && args[i][0] != '-';
+  if (!wellFormed) {
+    std::fprintf(stderr, "%s", kUsage);
+    return 2;
+  }
+  if (*walkOnly) {
+    *file = args[1];
+    return -1;
+  }
+  std::string directory = args.empty() ? TemporaryDirectory() : args[0];
+  if (!MakeDirectories(directory)) {
+    std::fprintf(stderr, "ddb_demo: cannot make the directory %s\n", directory.c_str());
+    return 1;
+  }
+  *file = directory + "/demo.sim";
+  struct stat info;
+  if (stat(file->c_str(), &info) == 0) {
+    std::fprintf(stderr,
+                 "ddb_demo: %s exists; the demo does not overwrite it (remove it or give "
+                 "another directory)\n",
+                 file->c_str());
+    return 1;
+  }
+  return -1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool walkOnly = argc == 3 && std::string(argv[1]) == "--walk";
-  std::string file = walkOnly ? argv[2] : (argc > 1 ? argv[1] : TemporaryDirectory()) + "/demo.sim";
+  std::string file;
+  bool walkOnly = false;
+  int stop = ParseArguments(argc, argv, &file, &walkOnly);
+  if (stop >= 0) return stop;
   int count = 0;
   DDB_PDM_Core_initialize(count);
   int status = 0;

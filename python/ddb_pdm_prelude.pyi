@@ -11,6 +11,8 @@ _Path = Union[str, "os.PathLike[str]"]
 _Ints = npt.ArrayLike
 _IntResult = Union[int, npt.NDArray[np.int32]]
 
+__version__: str  # the library's version
+
 class Error(RuntimeError):
     """What the library refused, with its message text."""
 

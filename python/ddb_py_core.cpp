@@ -756,6 +756,16 @@ void BindCore(py::module_& m) {
 }  // namespace ddb_py
 
 PYBIND11_MODULE(ddb_pdm, m) {
+  // Bulk data is numpy arrays both ways: without numpy the import stops here,
+  // with one line, rather than at the first array call.
+  try {
+    pybind11::module_::import("numpy");
+  } catch (pybind11::error_already_set&) {
+    throw pybind11::import_error(
+        "ddb_pdm needs numpy, which this interpreter cannot import (Debian: apt-get install "
+        "python3-numpy; a venv: pip install numpy)");
+  }
+  m.attr("__version__") = DDB_PDM_Core_version();
   m.doc() =
       "Simulation databases from Python: every class of the schema, bulk data as numpy arrays, "
       "the DOF numbering and the node label conversions.";

@@ -5,7 +5,8 @@ set -eu
 packages="build-essential cmake pkg-config libhdf5-dev hdf5-tools libgtest-dev libgmock-dev \
 libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev valgrind \
 libcli11-dev nlohmann-json3-dev graphviz clang-format \
-python3-dev python3-numpy python3-pytest pybind11-dev"
+python3-dev python3-numpy python3-pytest pybind11-dev \
+python3-venv python3-pip python3-setuptools python3-wheel"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

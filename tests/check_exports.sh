@@ -17,6 +17,7 @@ for f in DDB_PDM_Core_initialize DDB_PDM_Core_finalize ada_initialize ada_finali
          gbb_initialize gbb_finalize fesD_initialize fesD_finalize msfD_initialize msfD_finalize; do
   need "T $f(int&)"
 done
+need "T DDB_PDM_Core_version()"
 need "ada_string::ada_string(char const*)" "ada_string::swap(ada_string&)" \
      "ada_string::cStr() const" "ada_string::byteCount() const"
 # The DOF numbering and the node label conversions.

@@ -4,10 +4,13 @@
 #include <hdf5.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
+#include "frame/DDB_PDM_Core_version.h"
 #include "reliability/crash_workload.h"
 #include "support/h5_raw.h"
 #include "support/scratch_dir.h"
@@ -164,6 +167,46 @@ TEST_F(DdbTool, InfoAndAGraphThatGraphvizRenders) {
   EXPECT_EQ(svg.status, 0);
   EXPECT_NE(svg.out.find("<svg"), std::string::npos);
   EXPECT_NE(svg.out.find("com.trevolo.SubDamp"), std::string::npos);
+}
+
+TEST_F(DdbTool, UsageErrorsExitWithTwoAndTheUsageLine) {
+  const std::string usage =
+      "usage: ddb {tree|get|check|diff|dot|info} FILE... [options]  (ddb --help for more)\n";
+  const std::string err = File("usage_err.txt"), a = File("a.sim");
+  Ran none = Ddb("", err);
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(ReadWholeFile(err), "ddb: A subcommand is required\n" + usage);
+  for (const std::string& arguments : std::vector<std::string>{
+           "frobnicate " + a, "tree", "tree " + a + " --bogus", "tree " + a + " --depth x",
+           "get " + a, "diff " + a, "diff " + a + " " + a + " --abs -1",
+           "diff " + a + " " + a + " --rel alpha=x"}) {
+    SCOPED_TRACE("ddb " + arguments);
+    Ran run = Ddb(arguments, err);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    std::string said = ReadWholeFile(err);
+    EXPECT_EQ(said.substr(0, 5), "ddb: ");
+    ASSERT_GE(said.size(), usage.size());
+    EXPECT_EQ(said.substr(said.size() - usage.size()), usage);
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2);
+  }
+}
+
+TEST_F(DdbTool, HelpAndVersionExitWithZero) {
+  unsigned major = 0, minor = 0, release = 0;
+  H5get_libversion(&major, &minor, &release);
+  EXPECT_STREQ(DDB_PDM_Core_version(), DDB_PROJECT_VERSION);
+  Expect("--version", 0,
+         std::string("DDB_PDM_Core ") + DDB_PROJECT_VERSION + " (HDF5 " + std::to_string(major) +
+             "." + std::to_string(minor) + "." + std::to_string(release) + ")\n");
+  for (const char* arguments : {"help", "--help", "tree --help", "diff -h"}) {
+    SCOPED_TRACE(arguments);
+    Ran run = Ddb(arguments);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out.find("Usage: ddb "), run.out.find("Usage: "));
+    EXPECT_NE(run.out.find("Usage: ddb "), std::string::npos);
+  }
 }
 
 }  // namespace

@@ -10,7 +10,9 @@
 // Every command takes --json. Databases are opened read-only, through the
 // library, so what is shown is what a host sees; nothing is ever written.
 // Exit status: 0 clean or equal, 1 problems found or different, 2 the file
-// cannot be opened at all.
+// cannot be opened at all or the command line is wrong (then with the usage
+// line). `ddb --help` and `ddb help` describe the commands, `ddb --version`
+// names the library's version.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,13 +26,26 @@
 #include <string>
 
 #include "ddb_reader.h"
+#include "frame/DDB_PDM_Core_version.h"
 #include "platform/hdf/hdf_File.h"
 
 namespace {
 
 using nlohmann::json;
 
-enum Exit { kClean = 0, kProblems = 1, kCannotOpen = 2 };
+enum Exit { kClean = 0, kProblems = 1, kCannotOpen = 2, kUsage = 2 };
+
+const char kUsageLine[] =
+    "usage: ddb {tree|get|check|diff|dot|info} FILE... [options]  (ddb --help for more)";
+
+// The library's version and the HDF5 it runs with.
+std::string VersionText() {
+  unsigned majorVersion = 0, minorVersion = 0, release = 0;
+  H5get_libversion(&majorVersion, &minorVersion, &release);
+  return std::string("DDB_PDM_Core ") + DDB_PDM_Core_version() + " (HDF5 " +
+         std::to_string(majorVersion) + "." + std::to_string(minorVersion) + "." +
+         std::to_string(release) + ")";
+}
 
 json ToJson(const DdbObject& o) {
   json j = {{"class", o.cls}, {"link", o.link}, {"name", o.name}};
@@ -237,8 +252,10 @@ int main(int argc, char** argv) {
   CLI::App app{
       "Looks inside, checks and compares simulation databases.\n"
       "Exit status: 0 clean or equal, 1 problems found or different, 2 the file cannot "
-      "be opened at all."};
+      "be opened at all or the command line is wrong."};
+  app.name("ddb");
   app.require_subcommand(1);
+  app.set_version_flag("--version", VersionText(), "print the library's version");
   bool asJson = false;
   app.add_flag("--json", asJson, "print JSON for scripts");
   std::string file, file2, link;
@@ -268,7 +285,17 @@ int main(int argc, char** argv) {
   for (CLI::App* sub : {tree, get, check, diff, dot, info}) {
     sub->add_flag("--json", asJson, "print JSON for scripts");
   }
-  CLI11_PARSE(app, argc, argv);
+  if (argc == 2 && std::string(argv[1]) == "help") {
+    std::cout << app.help();
+    return kClean;
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+    std::cerr << "ddb: " << e.what() << "\n" << kUsageLine << "\n";
+    return kUsage;
+  }
 
   if (*check) return Check(file, asJson);
 
@@ -342,8 +369,9 @@ int main(int argc, char** argv) {
   Tolerances t;
   if (!ParseTolerances(absSpecs, &t.abs, &t.absByName) ||
       !ParseTolerances(relSpecs, &t.rel, &t.relByName)) {
-    std::cerr << "ddb: a tolerance is a non-negative number, or NAME=number\n";
-    return kCannotOpen;
+    std::cerr << "ddb: a tolerance is a non-negative number, or NAME=number\n"
+              << kUsageLine << "\n";
+    return kUsage;
   }
   DdbObject other;
   if (!Read(file2, -1, &other, &why)) return CannotOpen(why, asJson);
