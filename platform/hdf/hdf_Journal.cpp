@@ -264,17 +264,18 @@ bool hdf_Journal::OpenWriter(const char* name, Mode mode, const char** reason) {
   if (!ok) *reason = "cannot open its journal";
   bool fresh = mode == kCreateExclusive || mode == kCreateTruncate || !ReadBase(&m_base);
   // After a kill, the live state says how far the file was copied: the
-  // transactions before it no longer matter. After a power loss only the
-  // header can be trusted, and with durable commits everything after it
-  // reached the disk.
+  // transactions before it no longer matter. A writer with durable commits
+  // does not sync it, so after its power loss only the header can be
+  // trusted, and everything after the header reached the disk.
   m_written = m_base.copied;
   Live live;
-  if (!fresh && !m_durable && ReadLive(&live) && live.base.salt == m_base.salt &&
-      live.base.copied >= m_base.copied) {
+  bool trusted = !fresh && ReadLive(&live) && live.base.salt == m_base.salt;
+  if (trusted && !live.durable && live.base.copied >= m_base.copied) {
     m_base.copied = live.base.copied;
     m_base.next = live.base.next;
     m_base.size = live.base.size;
     m_base.crc = live.base.crc;
+    m_base.safe = live.base.safe;
   }
   if (ok && mode == kCreateTruncate && AnyMark()) {
     *reason = "it is being read";
@@ -283,6 +284,12 @@ bool hdf_Journal::OpenWriter(const char* name, Mode mode, const char** reason) {
   if (ok && !fresh) {
     ok = ReadTransactions(true);
     if (!ok) *reason = "cannot read its journal";
+    // What readers were told stays true: what the file may hold, what the
+    // journal no longer holds (without the live state, all it copied).
+    if (trusted) {
+      m_limit = std::max(m_limit, live.limit);
+      m_freed = std::min(live.freed, m_base.copied);
+    }
   } else if (ok) {
     // A journal whose header is damaged loses what it held: say so.
     if (mode == kReadWrite && HoldsAnything()) {
@@ -373,6 +380,7 @@ bool hdf_Journal::ReadBase(Base* base) {
     base->next = Get64(slot + 32);
     base->size = Get64(slot + 40);
     base->crc = Get32(slot + 48);
+    base->safe = Get64(slot + 52);
     found = true;
   }
   return found && base->next >= kPage && base->copied < kMarkRange;
@@ -391,7 +399,7 @@ bool hdf_Journal::WriteBase() {
   Put64(slot, m_base.next);
   Put64(slot, m_base.size);
   Put32(slot, m_base.crc);
-  slot.resize(kSlotBytes - 4, 0);
+  Put64(slot, m_base.safe);
   Put32(slot, Crc(Crc(0, nullptr, 0), slot.data(), slot.size()));
   return m_io->Write(m_journal, slot.data(), slot.size(), kSlots[m_base.version % 2]) &&
          (!m_durable || m_io->Sync(m_journal));
@@ -412,6 +420,10 @@ void hdf_Journal::WriteLive() {
   Put64(live, m_base.next);
   Put64(live, m_base.size);
   Put32(live, m_base.crc);
+  live.push_back(m_durable ? 1 : 0);
+  live.push_back(m_closed ? 1 : 0);
+  live.resize(80, 0);
+  Put64(live, m_base.safe);
   live.resize(kLiveBytes - 4, 0);
   Put32(live, Crc(Crc(0, nullptr, 0), live.data(), live.size()));
   m_io->Write(m_journal, live.data(), live.size(), kLiveAt);
@@ -438,6 +450,9 @@ bool hdf_Journal::ReadLive(Live* state) {
     state->base.next = Get64(live + 56);
     state->base.size = Get64(live + 64);
     state->base.crc = Get32(live + 72);
+    state->durable = live[76] != 0;
+    state->closed = live[77] != 0;
+    state->base.safe = Get64(live + 80);
     return state->base.next >= kPage;
   }
   return false;
@@ -454,7 +469,7 @@ bool hdf_Journal::StartJournal(uint64_t firstNumber) {
   m_base.salt = NewSalt();
   m_base.copied = firstNumber - 1;
   m_base.next = kPage;
-  m_base.size = m_eof;
+  m_base.size = m_base.safe = m_eof;
   m_base.crc = Seed(m_base.salt);
   m_last = m_limit = m_freed = m_base.copied;
   m_end = m_freedEnd = m_spilled = m_settled = kPage;
@@ -474,7 +489,8 @@ bool hdf_Journal::ReadTransactions(bool report) {
   m_last = m_limit = m_freed = m_base.copied;
   m_end = m_freedEnd = m_spilled = m_settled = m_base.next;
   m_chain = m_base.crc;
-  m_eof = m_safe = m_base.size;
+  m_eof = m_base.size;
+  m_safe = std::max(m_base.size, m_base.safe);
   std::vector<unsigned char> chunk;
   for (;;) {
     unsigned char header[kHeaderBytes] = {};
@@ -961,6 +977,7 @@ bool hdf_Journal::CopyThrough(uint64_t number) {
   m_base.next = start;
   m_base.crc = last.crc;
   m_base.size = last.eof;
+  m_base.safe = m_safe;
   m_transactions.erase(m_transactions.begin(), m_transactions.begin() + count);
   // What reads found in the journal up to here is in the file now.
   for (auto it = m_overlay.begin(); it != m_overlay.end();) {
@@ -1008,12 +1025,16 @@ bool hdf_Journal::Restart() {
 bool hdf_Journal::Close() {
   bool ok = true;
   if (m_writable && !m_failed && m_journal >= 0) {
-    // Closing copies every commit into the file: readers of an older
-    // snapshot are told at their next read.
-    ok = Commit() && Checkpoint(kCopyAll, true);
+    // Closing copies what the readers allow; what readers of an older
+    // snapshot still read stays in the journal for the next writer to copy.
+    ok = Commit() && Checkpoint(kAsReadersAllow, true);
+    m_closed = true;
+    WriteLive();
     if (ok && m_guarded) m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, true);
-    // A database closed with no reader left has no journal beside it.
-    if (ok && !AnyMark() && m_io->Unlink(m_journalName.data()) && m_durable) {
+    // A database closed with everything in the file and no reader left has
+    // no journal beside it.
+    if (ok && m_base.copied == m_last && !AnyMark() && m_io->Unlink(m_journalName.data()) &&
+        m_durable) {
       m_io->SyncDirectory(m_journalName.data());
     }
   } else if (!m_writable && m_guarded && m_journal >= 0 &&
@@ -1043,11 +1064,15 @@ bool hdf_Journal::Pending(const char* name) {
   look.m_journal = look.m_io->Open(look.m_journalName.data(), O_RDONLY, 0);
   if (look.m_journal < 0) return false;
   bool pending;
+  Live live;
   if (look.ReadBase(&look.m_base)) {
+    // A writer that closed beside readers leaves their commits to the next.
+    bool closed = look.ReadLive(&live) && live.closed && live.base.salt == look.m_base.salt;
+    if (closed) look.m_base = live.base;
     look.ReadTransactions(false);
     unsigned char header[kHeaderBytes] = {};
     look.m_io->Read(look.m_journal, header, sizeof header, look.m_end);
-    pending = !look.m_transactions.empty() || !AllZero(header, sizeof header);
+    pending = (!look.m_transactions.empty() && !closed) || !AllZero(header, sizeof header);
   } else {
     pending = look.HoldsAnything();
   }

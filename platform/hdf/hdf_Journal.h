@@ -23,7 +23,7 @@
 // A reader's snapshot is the database file plus the journal's transactions
 // up to the last complete one when it opened; its end of file is that
 // transaction's. Readers mark their snapshots with shared locks on the
-// database file (see kReadMarks in hdf_Journal.cpp): the number of the last
+// database file (see kSeenMarks in hdf_Journal.cpp): the number of the last
 // transaction they see, and of the last one already in the file when they
 // opened. The writer never copies or frees past a mark, unless the journal
 // outgrows kJournalBound; it then says so in a header that every reader
@@ -33,14 +33,17 @@
 //
 // Journal file (little-endian):
 //   0     recovery header, two slots of 64 bytes written in turn (a torn
-//         write leaves the other): magic "DDBJRNL\3", version, salt, base
-//         size of the database file, number, position and chained crc of the
-//         last transaction copied into the database file, crc32 of the slot.
+//         write leaves the other): magic "DDBJRNL\3", version, salt, the
+//         number, position, end of file and chained crc of the last
+//         transaction copied into the database file, the safe end, crc32.
 //         Written when the journal restarts and after a checkpoint.
-//   1024  live state for readers and pollers (not needed to recover): salt,
-//         restart count, last transaction, its end, the checkpoint's limit,
-//         the last transaction copied, where the next starts and its chained
-//         crc, the last transaction freed, crc32.
+//   1024  live state for readers and pollers: salt, restart count, last
+//         transaction, its end, the checkpoint's limit, the last transaction
+//         freed, the last one copied, where the next starts, the end of file
+//         it left and its chained crc, whether commits are synced and
+//         whether the writer closed the database, the safe end, crc32.
+//         Never synced: after a kill it tells a recovery where to start,
+//         after a power loss (of a writer with durable commits) the header.
 //   4096  transactions, one after the other:
 //         header   "DDBTXN\0\1", u64 salt, u64 number, u64 length (set last
 //                  when the transaction went to the journal in pieces)
@@ -138,15 +141,18 @@ class DDB_API hdf_Journal {
     uint64_t next = 0;     // the journal position after it
     uint64_t size = 0;     // the end of file it left
     uint32_t crc = 0;      // the chained crc after it
+    uint64_t safe = 0;     // the safe end then (no snapshot reaches beyond)
     uint64_t version = 0;  // of the recovery header slot
   };
   // What the live state says.
   struct Live {
     Base base;
     uint64_t restarts = 0;
-    uint64_t last = 0;   // the last committed transaction
-    uint64_t limit = 0;  // the file may hold transactions up to this one
-    uint64_t freed = 0;  // the journal no longer holds those up to this one
+    uint64_t last = 0;     // the last committed transaction
+    uint64_t limit = 0;    // the file may hold transactions up to this one
+    uint64_t freed = 0;    // the journal no longer holds those up to this one
+    bool durable = false;  // written by a writer that syncs its commits
+    bool closed = false;   // by a writer that closed the database
   };
 
   hdf_Journal() {}
@@ -210,6 +216,7 @@ class DDB_API hdf_Journal {
   bool m_durable = false;
   bool m_guarded = false;         // locks work here
   bool m_failed = false;          // a commit failed, or the snapshot was overwritten
+  bool m_closed = false;          // the writer closed the database
   hdf_Journal* m_next = nullptr;  // the process's writers
 
   // The journal: its base, the transactions since, where the next goes.

@@ -24,6 +24,7 @@ struct Change {
 struct Disk {
   std::string synced;
   std::vector<Change> unsynced;
+  pid_t process;  // a forked process starts from what the files hold
 };
 
 class CrashIo : public hdf_JournalIo {
@@ -39,7 +40,10 @@ class CrashIo : public hdf_JournalIo {
     int fd = hdf_JournalIo::Open(name, flags, mode);
     if (fd >= 0) {
       names_[fd] = name;
-      if (disks_.count(name) == 0) disks_[name].synced = Contents(name);
+      auto disk = disks_.find(name);
+      if (disk == disks_.end() || disk->second.process != getpid()) {
+        disks_[name] = Disk{Contents(name), {}, getpid()};
+      }
     }
     return fd;
   }
@@ -114,6 +118,7 @@ class CrashIo : public hdf_JournalIo {
   [[noreturn]] void LosePower() {
     std::mt19937_64 random(seed);
     for (auto& entry : disks_) {
+      if (entry.second.process != getpid()) continue;
       std::string image = entry.second.synced;
       for (const Change& change : entry.second.unsynced) {
         unsigned fate = static_cast<unsigned>(random() % 3);  // kept, lost, torn

@@ -340,20 +340,23 @@ Facts ReadFacts(const std::string& path, bool readOnly) {
   err.Take();
   facts["sim"] = "yes";
   ReadService(sim.distributionService().Context().Number(), err, facts);
+  // What reads without a word is consistent; anything said is a fact too.
+  auto said = [&] {
+    if (!err.Text().empty()) facts["messages"] = err.Take();
+    return facts;
+  };
   msfD_DiscreteModel model = sim.discreteModel();
-  if (!model) return facts;
+  if (!model) return said();
   facts["model.vectors"] = Name(model.vectors());
   msfD_Mesh mesh = model.mesh();
-  if (!mesh) return facts;
+  if (!mesh) return said();
   facts["mesh.nodes"] = Name(mesh.nodes());
   facts["mesh.faces"] = Name(mesh.faces());
   facts["mesh.nodeSets"] = MapText(mesh.nodeSets());
   int count = mesh.systems().count();
   facts["systems"] = std::to_string(count);
   for (int k = 0; k < count; ++k) ReadSystem(k, mesh.systems().get(k), facts);
-  // A consistent database reads without a word.
-  if (!err.Text().empty()) facts["messages"] = err.Take();
-  return facts;
+  return said();
 }
 
 std::string FactsDiff(const Facts& expected, const Facts& actual) {

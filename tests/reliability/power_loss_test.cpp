@@ -13,6 +13,8 @@
 #include <map>
 #include <string>
 
+#include <DDB_PDM_Core.h>
+
 #include "platform/hdf/hdf_File.h"
 #include "platform/service/QELSimManager.h"
 #include "reliability/crash_io.h"
@@ -111,7 +113,7 @@ TEST_F(PowerLoss, WithSyncCommitsEveryCompletedCommitSurvivesAtEverySyncPoint) {
           << "commit " << commit << ", power lost at sync point " << points << ":\n"
           << FactsDiff(after[commit], found);
     }
-    EXPECT_GE(points, 2) << "the file's new bytes, then the journal";
+    EXPECT_GE(points, 1) << "the file's new bytes (when there are), then the journal";
     printf("commit %d (SyncCommits): power lost at each of its %d sync points\n", commit, points);
   }
 }
@@ -136,7 +138,8 @@ TEST_F(PowerLoss, WithSyncCommitsAReplayCutByPowerLossLosesNothing) {
     WriteWholeFile(journal, pending);
     int status = RunToEnd([&] {
       PowerLossAt(points + 1, false, uint64_t(points) * 104729 + 1);
-      ReadFacts(path, false);
+      msfD_Root root(0);
+      root.closeSim(root.openSim(path.c_str(), "", QELSimManager::SyncCommits));
     });
     if (status != -1) break;
     Facts found = ReadFacts(path, points % 2 == 1);
