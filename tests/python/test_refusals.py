@@ -203,3 +203,38 @@ def test_damaged_files_never_stop_the_numbering(tmp_path):
     assert done.stderr == ""
     counts = dict(item.split("=") for item in done.stdout.split())
     assert int(counts["numbered"]) > 0 and int(counts["label32"]) > 0
+
+
+def test_wrong_argument_types_say_what_was_expected_and_what_came(root, tmp_path):
+    sim, c = make_tree(root, tmp_path / "t.sim")
+    mesh = sim.discrete_model.mesh
+    s = c.create_ordered_set([0])
+    cases = [
+        (lambda: setattr(mesh, "faces", "x"), "Mesh.faces: expected Collection or None, got str"),
+        (lambda: setattr(mesh, "node_sets", {"a": c}),
+         "Mesh.node_sets: expected dict of str to OrderedSet, got dict"),
+        (lambda: mesh.systems.append(3), "MeshSystems.append(): expected (item: FESystem), got (int)"),
+        (lambda: mesh.systems[0.5], "MeshSystems.__getitem__(): expected (index: int), got (float)"),
+        (lambda: ddb.Mesh.new(s, c),
+         "Mesh.new(): expected (nodes: Collection or None, elements: Collection or None), "
+         "got (OrderedSet, Collection)"),
+        (lambda: ddb.ModalEvent.new("e", 2**31, c, c),
+         "ModalEvent.new(): expected (event_name: str, event_type_id: int, frames: Collection or "
+         "None, cases: Collection or None), got (str, int outside the 32-bit range, Collection, "
+         "Collection)"),
+        (lambda: root.create_sim(3),
+         "Root.create_sim(): expected (file: path, alias: str = '', *, sync_commits: bool = "
+         "False), got (int)"),
+        (lambda: ddb.NodalDofDefinition("x", shift="a"),
+         "NodalDofDefinition(): expected (masks: Distribution, shift: int = 0, add_label10: bool "
+         "= False) or (masks: int array-like, shift: int = 0, add_label10: bool = False), got "
+         "(str, shift=str)"),
+    ]
+    for call, message in cases:
+        with pytest.raises(TypeError) as caught:
+            call()
+        assert str(caught.value) == message
+        assert "ddb_py" not in message and "incompatible" not in message
+    # Other errors of the same calls pass unchanged.
+    with pytest.raises(IndexError, match="^index 0 out of range for 0 elements$"):
+        mesh.systems[0]
