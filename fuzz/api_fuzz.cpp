@@ -100,8 +100,9 @@ struct Holder {
   fesD_ModalSystemHolder modal;
   fesD_SubstructureSystemHolder sub;
   fesD_ModalEventHolder event;
-  int context = -1;  // of the identifiers it was made with
-  std::string name;
+  int context = -1;      // of the identifiers it was made with
+  std::string name;      // the system's name, as last set
+  bool modelled = true;  // false once an access edited it
   int typeID = 0;
   void Close() {
     damp.Close();
@@ -151,7 +152,10 @@ class Session {
 
  private:
   void Call(Input& in) {
-    switch (in.Pick(26)) {
+    static const bool trace = std::getenv("DDB_API_FUZZ_TRACE") != nullptr;
+    unsigned call = in.Pick(26);
+    if (trace) std::fprintf(stderr, "call %u\n", call);
+    switch (call) {
       case 0:
         return CreateSim(in.Pick(kSims));
       case 1:
@@ -293,6 +297,7 @@ class Session {
     if (!ids.masks.empty()) labels = masks = ids.masks.back().id;
     if (!ids.collections.empty()) c = ids.collections.back();
     holder.kind = static_cast<int>(kind);
+    holder.modelled = true;
     holder.context = ids.context;
     holder.name = name;
     holder.typeID = static_cast<int>(in.Byte()) - 128;
@@ -345,6 +350,7 @@ class Session {
     b.kind = a.kind;
     b.context = a.context;
     b.name = a.name;
+    b.modelled = a.modelled;
     b.typeID = a.typeID;
     Moved(from, static_cast<int>(kSims + to));
   }
@@ -410,13 +416,15 @@ class Session {
     if (holder.kind == kSystem) part = holder.system;
     if (holder.kind == kModal) part = holder.modal.ReleaseAsFESystem();
     if (holder.kind == kSub) part = holder.sub.ReleaseAsFESystem();
-    std::string name = holder.name;
+    const bool modelled = holder.modelled;
+    std::string name = modelled ? holder.name : "";
     bool foreign = holder.context != sim.context && holder.context != -1;
     Moved(h, static_cast<int>(s));
     Object o;
     o.kind = kSystem;
     o.system = mesh.systems().add(part);
     o.name = name;
+    o.modelled = modelled;
     Track(o, static_cast<int>(s));
     ++sim.count;
     if (sim.readOnly || foreign) sim.fileKnown = false;
@@ -522,6 +530,7 @@ class Session {
       o->system.SystemName(name.c_str());
       o->name = name;
       if (o->owner < kSims) Rename(*o, name);
+      if (o->owner >= kSims) m_holders[o->owner - kSims].name = name;  // a system tops its holder
     }
   }
   // The stored name of a system in a sim, for the model of the file.
@@ -558,6 +567,7 @@ class Session {
   void Unmodel(Object& o) {
     o.modelled = false;
     if (o.kind == kSystem && o.owner < kSims) Rename(o, "");
+    if (o.kind == kSystem && o.owner >= kSims) m_holders[o.owner - kSims].modelled = false;
   }
   void OpenAccess(unsigned a, unsigned i) {
     Object* o = Find(i, -1);
