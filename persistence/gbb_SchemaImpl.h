@@ -31,7 +31,18 @@ class gbb_SchemaImpl : public F::Outer, public F {
  public:
   typedef typename F::Record Record;
 
-  ~gbb_SchemaImpl() override { delete m_members; }
+  // Open accesses keep the record they edit (and print that the object went
+  // away under them); the cached record goes with the object otherwise.
+  ~gbb_SchemaImpl() override {
+    bool held = false;
+    for (gbb_SchemaAccess<F>* access = m_accesses; access != nullptr; access = access->m_next) {
+      if (access->m_members != nullptr)
+        gbb_SchemaAccess<F>::Report(gbb_SchemaAccess<F>::kDestroyed);
+      if (access->m_members == m_members) held = true;
+      access->m_impl = nullptr;
+    }
+    if (!held) delete m_members;
+  }
 
   gbb_Class Class() override { return F::Outer::StaticClass(); }
 
@@ -90,7 +101,8 @@ class gbb_SchemaImpl : public F::Outer, public F {
         m_path(parent, root, index),
         m_trace(traceFlag),
         m_connected(false),
-        m_members(nullptr) {}
+        m_members(nullptr),
+        m_accesses(nullptr) {}
   gbb_SchemaImpl(typename F::Outer* outer, gbb_Path parent, gbb_Root root, int index,
                  const gbb_Group& group, int traceFlag)
       : m_outer(outer != nullptr ? outer : this),
@@ -98,7 +110,8 @@ class gbb_SchemaImpl : public F::Outer, public F {
         m_group(group),
         m_trace(traceFlag),
         m_connected(true),
-        m_members(nullptr) {}
+        m_members(nullptr),
+        m_accesses(nullptr) {}
 
   // The record of a new object; XImpl hides it when the class has required members.
   Record* NewMembers() { return new Record(); }
@@ -155,6 +168,10 @@ class gbb_SchemaImpl : public F::Outer, public F {
   Record* m_members;
 
  private:
+  friend class gbb_SchemaAccess<F>;
+  // The open accesses of this object, newest first (see gbb_SchemaAccess.h).
+  gbb_SchemaAccess<F>* m_accesses;
+
   gbb_SchemaImpl(const gbb_SchemaImpl&) = delete;
   gbb_SchemaImpl& operator=(const gbb_SchemaImpl&) = delete;
 

@@ -25,6 +25,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "DDB_PDM_Core.h"
 
@@ -138,10 +139,39 @@ void DefineConstructor(py::class_<T>& cls, T (*make)(Args...), const Extra&... e
 
 // ---- lives --------------------------------------------------------------------
 
+// Where an identifier passed from Python came from: its database's service
+// context and file (see ddb_py_checks.h).
+struct Origin {
+  int context;
+  std::string file;
+};
+
+// What the life of a sim tells about its database.
+struct DatabaseFacts {
+  int context = -1;
+  std::string file;
+  bool readOnly = false;
+};
+
+class Life;
+
+// Changes of a database (defined in ddb_py_checks.cpp). Every conversion of
+// an identifier from Python notes where it came from; a change then checks
+// its target: in a database, Error unless it is open for update and every
+// noted identifier is of its own service context ("<what>: ..."); under an
+// object made by new and not stored yet, the origins are kept with that
+// object and checked when it is stored.
+void NoteOrigin(const Life& life);
+void ForgetOrigins();  // a conversion failed, or a change begins
+std::vector<Origin> TakeOrigins();
+void CheckChange(const Life& target, const std::vector<Origin>& origins, const char* what);
+
 class Life {
  public:
   virtual ~Life();
   virtual bool Alive() const = 0;
+  // The database this life is the life of (false: not a sim's).
+  virtual bool Facts(DatabaseFacts&) const { return false; }
   // Why handles under this life may not be used ("its database was closed").
   virtual std::string Why() const = 0;
   // The life this one follows (a handed-over object follows its owner).
@@ -176,10 +206,14 @@ class DetachedLife : public Life {
   void HandOver(LifePtr owner);
   // The library destroyed the object (it refused to take it).
   void Destroyed();
+  // Where the identifiers stored in the object so far came from, its
+  // sub-objects' included (checked when it is stored in a database).
+  std::vector<Origin>& origins() { return m_origins; }
 
  private:
   std::unique_ptr<Box> m_box;
   LifePtr m_owner;
+  std::vector<Origin> m_origins;
 };
 
 // ---- objects of the schema classes ------------------------------------------
@@ -300,7 +334,9 @@ template <class X>
 py::object New(typename Schema<X>::Holder holder) {
   X handle = holder.Get();
   auto box = std::make_unique<Owned<X, typename Schema<X>::Base>>(holder);
-  return py::cast(Obj<X>(handle, std::make_shared<DetachedLife>(std::move(box))));
+  auto life = std::make_shared<DetachedLife>(std::move(box));
+  life->origins() = TakeOrigins();  // of the identifiers `new` was given
+  return py::cast(Obj<X>(handle, std::move(life)));
 }
 
 // The detached life of `item`, checked for being handed over under
@@ -317,6 +353,7 @@ py::object HandOver(Obj<S>& item, const LifePtr& owner, const char* verb, Store 
   DetachedLife& detached = Detached(item, *owner, verb);
   auto* owned = dynamic_cast<OwnedAs<S>*>(detached.box());
   if (owned == nullptr) throw py::type_error(std::string(item.Name()) + " cannot be " + verb);
+  CheckChange(*owner, detached.origins(), item.Name());
   typename Schema<S>::Holder::Token token = owned->Release(static_cast<S*>(nullptr));
   // From here the object is the library's: should the call below end by an
   // exception, the Python object must not think it still owns it.
@@ -411,7 +448,17 @@ struct Convert<Id, typename std::enable_if<std::is_same<Id, QELSimCollectionID>:
   static py::object Out(const Id& id, const LifePtr& life) {
     return id.IsValid() ? py::cast(IdRef<Id>(id, life)) : py::none();
   }
-  static Id Value(const In& value) { return value ? value->get() : Id(); }
+  static Id Value(const In& value) {
+    if (!value) return Id();
+    try {
+      Id id = value->get();
+      NoteOrigin(*value->life());
+      return id;
+    } catch (...) {
+      ForgetOrigins();
+      throw;
+    }
+  }
 };
 
 template <class V>
@@ -481,7 +528,9 @@ void DefineSimple(Class<X>& c, const char* name, T (C::*get)() const, void (C::*
       },
       [set](const Obj<X>& self, const typename Convert<Type>::In& value) {
         const X& handle = self.Handle();
+        ForgetOrigins();
         const Type converted = ValueOf<Type>(value);
+        CheckChange(*self.life(), TakeOrigins(), self.Name());
         Change([&] { (handle.*set)(converted); });
       },
       doc);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "python/ddb_py.h"
+#include "python/ddb_py_checks.h"
 
 namespace ddb_py {
 
@@ -212,8 +213,18 @@ class RootState;
 class SimLife : public Life {
  public:
   SimLife(std::shared_ptr<RootState> root, const msfD_Sim& sim, std::string file, bool readOnly)
-      : m_root(std::move(root)), m_sim(sim), m_file(std::move(file)), m_readOnly(readOnly) {}
+      : m_root(std::move(root)),
+        m_sim(sim),
+        m_file(std::move(file)),
+        m_readOnly(readOnly),
+        m_context(sim.distributionService().Context().Number()) {}
   bool Alive() const override { return m_open; }
+  bool Facts(DatabaseFacts& facts) const override {
+    facts.context = m_context;
+    facts.file = m_file;
+    facts.readOnly = m_readOnly;
+    return true;
+  }
   std::string Why() const override { return "its database was closed"; }
   void Closed() { m_open = false; }
 
@@ -227,6 +238,7 @@ class SimLife : public Life {
   msfD_Sim m_sim;
   std::string m_file;
   bool m_readOnly;
+  int m_context;
   bool m_open = true;
 };
 
@@ -252,6 +264,8 @@ class RootState : public std::enable_shared_from_this<RootState> {
                   bool sync) {
     msfD_Root& root = Root();
     const std::string file = path.string();
+    CheckText(file, "file");
+    CheckText(alias, "alias");
     const int option = sync ? QELSimManager::SyncCommits : 0;
     Messages messages;
     msfD_Sim sim = mode == kCreate   ? root.createSim(file.c_str(), alias.c_str(), option)
@@ -377,6 +391,7 @@ py::object Convert<ada_string>::Out(const ada_string& value, const LifePtr&) {
 
 ada_string Convert<ada_string>::Value(const std::string& value) {
   if (value.find('\0') != std::string::npos) {
+    ForgetOrigins();
     throw py::value_error("a text of the database cannot hold a NUL character");
   }
   return ada_string(value.c_str());
@@ -772,4 +787,5 @@ PYBIND11_MODULE(ddb_pdm, m) {
   ddb_py::BindCore(m);
   ddb_py::BindSchema(m);
   ddb_py::BindNumbering(m);
+  ddb_py::TranslateArgumentErrors(m);
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "python/ddb_py.h"
+#include "python/ddb_py_checks.h"
 
 namespace ddb_py {
 namespace {
@@ -224,28 +225,36 @@ py::tuple NodeDofs(const Numbering& self, py::handle positions, F nodeDof) {
 
 // The numbering of a mask distribution. The library stops the process on a
 // distribution it cannot read, so what it would stop on is checked first.
-Numbering FromDistribution(const IdRef<QELSimDistributionID>& masks, int shift, bool addLabel10) {
+Numbering FromDistribution(const IdRef<QELSimDistributionID>& masks, long long shift,
+                           bool addLabel10) {
+  CheckShift(shift);
   const QELSimDistributionID& id = masks.get();
   Messages messages;
   int drawers = QELSimDistributionRef(id).NumDrawers();
   std::string text = messages.Take();
   if (drawers != 1) throw Error(text.empty() ? "a mask distribution has one drawer" : text);
-  CheckNodeCount(Drawer(id).DataSizeItems(0));
+  QELSimPersistentDrawerDesc drawer = Drawer(id);
+  const int nodes = drawer.DataSizeItems(0);
+  CheckNodeCount(nodes);
+  CheckStoredMasks(id, drawer, nodes, static_cast<int>(shift), addLabel10);
   std::unique_ptr<fesD_NodalDofDefinition> definition;
   Messages reading;
-  definition.reset(new fesD_NodalDofDefinition(id, shift, addLabel10));
+  definition.reset(new fesD_NodalDofDefinition(id, static_cast<int>(shift), addLabel10));
   Settle(reading.Take(), true);
   return Numbering(std::move(definition));
 }
 
 // The numbering of an array of masks, copied into the block the library adopts.
-Numbering FromMasks(py::handle masks, int shift, bool addLabel10) {
+Numbering FromMasks(py::handle masks, long long shift, bool addLabel10) {
+  CheckShift(shift);
   auto values = Int32Array(masks, "masks");
   CheckNodeCount(values.size());
+  CheckMaskArgument(values.data(), values.size(), static_cast<int>(shift), addLabel10);
   int n = static_cast<int>(values.size());
   int* copy = static_cast<int*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(n, sizeof(int))));
   std::copy(values.data(), values.data() + n, copy);
-  return Numbering(std::make_unique<fesD_NodalDofDefinition>(copy, n, shift, addLabel10));
+  return Numbering(
+      std::make_unique<fesD_NodalDofDefinition>(copy, n, static_cast<int>(shift), addLabel10));
 }
 
 }  // namespace
