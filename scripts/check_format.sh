@@ -16,12 +16,12 @@ done
 if [ ! -s "$list" ]; then
   echo "check_format.sh: no files found under $source"; exit 1
 fi
-# One line per file that would change; clang-format's own report goes with it.
-bad=0
-while IFS= read -r file; do
-  if ! "$format" --dry-run --Werror --style=file:"$source/.clang-format" "$file" 2>/dev/null; then
-    echo "not formatted: $file (clang-format -i --style=file $file)"
-    bad=1
-  fi
-done < "$list"
-exit $bad
+# One run over every file; one line per file that would change.
+report=$(tr '\n' '\0' < "$list" |
+  xargs -0 "$format" --dry-run --Werror --style=file:"$source/.clang-format" 2>&1)
+status=$?
+if [ $status -ne 0 ]; then
+  printf '%s\n' "$report" | sed -n 's/^\([^:]*\):[0-9]*:[0-9]*: error: .*/not formatted: \1/p' | uniq
+  echo "(clang-format -i --style=file FILE formats a file)"
+  exit 1
+fi

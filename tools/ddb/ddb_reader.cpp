@@ -97,7 +97,7 @@ class Reader {
     void Array(const gbb_MemberInfo& member, const A& array) {
       Value(m_o, member.name, array.count());
       std::string name = member.name;
-      m_below.push_back([this, array, name]() mutable {
+      m_below.push_back([this, array, name] {
         for (int i = 0; i < array.count(); ++i) {
           auto element = array.get(i);
           std::string at = std::to_string(i);

@@ -8,35 +8,15 @@
 
 namespace {
 
-// The reflected kind of a member ("gbb_MemberKind::k...").
-std::string KindOf(const Member& m) {
-  switch (m.kind) {
-    case MemberKind::kSimple:
-      if (IsMap(m.type)) return "kMap";
-      return m.type.rfind("QELSim", 0) == 0 ? "kIdentifier" : "kValue";
-    case MemberKind::kSubobject:
-      return "kSubobject";
-    case MemberKind::kArray:
-      return "kArray";
-    case MemberKind::kService:
-      return "kService";
-  }
-  return "";
-}
+// Indexed by MemberKind (simple, subobject, array, service): the visitor's
+// call for the member, and its reflected kind (a simple member's is by type).
+const char* const kVisitorCalls[] = {"Simple", "Subobject", "Array", "Service"};
+const char* const kReflectedKinds[] = {"", "kSubobject", "kArray", "kService"};
 
-// The visitor's call for a member kind.
-const char* VisitorCall(MemberKind kind) {
-  switch (kind) {
-    case MemberKind::kSimple:
-      return "Simple";
-    case MemberKind::kSubobject:
-      return "Subobject";
-    case MemberKind::kArray:
-      return "Array";
-    case MemberKind::kService:
-      return "Service";
-  }
-  return "";
+std::string KindOf(const Member& m) {
+  if (m.kind != MemberKind::kSimple) return kReflectedKinds[static_cast<int>(m.kind)];
+  if (IsMap(m.type)) return "kMap";
+  return m.type.rfind("QELSim", 0) == 0 ? "kIdentifier" : "kValue";
 }
 
 }  // namespace
@@ -81,8 +61,8 @@ void EmitReflection(std::ostringstream& o, const CppClass& c) {
     ++at;
   }
   for (const Member& m : c.t.members) {
-    o << "    visitor." << VisitorCall(m.kind) << "(kMembers[" << at++ << "], object." << m.name
-      << "());\n";
+    o << "    visitor." << kVisitorCalls[static_cast<int>(m.kind)] << "(kMembers[" << at++
+      << "], object." << m.name << "());\n";
   }
   o << "  }\n};\n\n";
 }
