@@ -184,21 +184,16 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
 template <class THandle, class TImpl, class TRepository>
 class gbb_Holder {
  public:
-  gbb_Holder() : m_impl(nullptr), m_owning(0) {}
-  explicit gbb_Holder(TImpl* impl) : m_impl(impl), m_owning(impl != nullptr ? 1 : 0) {}
+  gbb_Holder() : m_impl(nullptr) {}
+  explicit gbb_Holder(TImpl* impl) : m_impl(impl) {}
   // Ownership moves, as with every holder.
-  gbb_Holder(gbb_Holder& other) : m_impl(other.m_impl), m_owning(other.m_owning) {
-    other.m_impl = nullptr;
-    other.m_owning = 0;
-  }
+  gbb_Holder(gbb_Holder& other) : m_impl(other.m_impl) { other.m_impl = nullptr; }
   gbb_Holder(gbb_Holder&& other) noexcept : gbb_Holder(static_cast<gbb_Holder&>(other)) {}
   gbb_Holder& operator=(gbb_Holder&& other) noexcept {
     if (this != &other) {
       Close();
       m_impl = other.m_impl;
-      m_owning = other.m_owning;
       other.m_impl = nullptr;
-      other.m_owning = 0;
     }
     return *this;
   }
@@ -242,14 +237,12 @@ class gbb_Holder {
   void Close() {
     delete m_impl;
     m_impl = nullptr;
-    m_owning = 0;
   }
 
  private:
   gbb_Holder& operator=(const gbb_Holder&) = delete;
 
   TImpl* m_impl;
-  unsigned char m_owning;
 };
 
 template <class T, class THolder, class TRepository, class TOwner>

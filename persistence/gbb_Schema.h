@@ -15,6 +15,7 @@
 #include "persistence/gbb_MemberRecords.h"
 #include "persistence/gbb_MemoryStream.h"
 #include "persistence/gbb_Path.h"
+#include "persistence/gbb_Reflection.h"
 #include "persistence/gbb_SchemaFamily.h"
 #include "persistence/gbb_SchemaSnapshot.h"
 #include "persistence/gbb_SchemaSupport.h"

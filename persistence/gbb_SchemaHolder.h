@@ -77,14 +77,15 @@ class gbb_SchemaHolder : public gbb_HolderBase<typename F::Object> {
     auto* outer = dynamic_cast<typename F::Outer*>(object);
     if (outer == nullptr) {
       delete object;
-      return Holder(Token(nullptr, 1));
+      return Holder(Token(nullptr, Base::kResolved));
     }
-    return Holder(Token(ImplOf(outer), 1));
+    return Holder(Token(ImplOf(outer), Base::kResolved));
   }
   // An implementation on a stored group, made for a supplied outer interface.
   static Holder Open(typename F::Outer* outer, gbb_Path parent, int index, const gbb_Group& group,
                      int traceFlag) {
-    return Holder(Token(new ImplType(outer, parent, index, group, traceFlag), 3));
+    return Holder(Token(new ImplType(outer, parent, index, group, traceFlag),
+                        Base::kResolved | Base::kOuterSupplied));
   }
 
  protected:
@@ -112,7 +113,7 @@ class gbb_SchemaHolder : public gbb_HolderBase<typename F::Object> {
     if (this->m_object == nullptr) return BaseToken(nullptr, 0);
     auto* part = this->m_object->Subobject().Object();
     this->Release();  // the part's holder now owns the whole object
-    return BaseToken(part, 1);
+    return BaseToken(part, Base::kResolved);
   }
 
  private:

@@ -103,7 +103,7 @@ auto gbb_LoadSubobject(THolder& holder, const gbb_Group& group, const char* name
     if (group.Exists(name)) {
       holder = THolder::Open(path, index, group.OpenGroup(name), traceFlag);
     } else {
-      holder = typename THolder::Token(nullptr, 1);
+      holder = typename THolder::Token(nullptr, THolder::kResolved);
     }
   }
   return holder.Get();

@@ -670,7 +670,7 @@ void BindSchema(py::module_& m);     // generated from the member tables
 void BindNumbering(py::module_& m);  // DOF numbering and node labels
 
 // A 1-D int32 array of `values` (any integer array-like; values outside
-// int32 raise OverflowError), copied only when its type or layout needs it.
+// int32 raise ValueError), copied only when its type or layout needs it.
 py::array_t<int32_t, py::array::c_style | py::array::forcecast> Int32Array(py::handle values,
                                                                            const char* what);
 // A new 1-D int32 array of n elements.

@@ -133,6 +133,18 @@ TEST_F(DdbTool, TreeGetAndJsonShowWhatAHostReads) {
          "sim: com.trevolo.SubDamp  #/discreteModel/mesh/systems/:2/damping\n"
          "  alpha = 17\n  beta = 0\n  structural = 0\n  mass = 0\n  volume = 0\n");
   EXPECT_EQ(Ddb("get " + File("a.sim") + " '#/discreteModel/mesh/systems/:99'").status, 1);
+  // Every class shows its members wherever the reading starts, and --depth
+  // counts from there.
+  const std::string model =
+      "sim: com.trevolo.DiscreteModel  #/discreteModel\n  vectors = collection 0 of 6\n"
+      "  localNodes = collection 0 of 6\n";
+  EXPECT_EQ(Ddb("get " + File("a.sim") + " '#/discreteModel'").out.substr(0, model.size()), model);
+  Ran mesh = Ddb("tree " + File("a.sim") + " '#/discreteModel/mesh' --depth 1");
+  EXPECT_NE(
+      mesh.out.find("\n  systems[0]: com.trevolo.FESystem  #/discreteModel/mesh/systems/:0\n"),
+      std::string::npos)
+      << mesh.out;
+  EXPECT_EQ(mesh.out.find("events["), std::string::npos) << mesh.out;
   Expect("tree " + File("a.sim") + " --depth 1", 0,
          "sim: com.trevolo.Sim  #\n  discreteModel: com.trevolo.DiscreteModel  #/discreteModel\n"
          "    vectors = collection 0 of 6\n    localNodes = collection 0 of 6\n"

@@ -37,6 +37,42 @@ TEST(Holders, TokensMoveOwnershipAndCloseDestroys) {
   b.Close();  // nothing left
 }
 
+// Counts what a traversal shows its visitor.
+struct Shown : gbb_TraverseVisitor {
+  bool Visit(gbb_TraverseContext&, gbb_Handle) override {
+    ++count;
+    return true;
+  }
+  int count = 0;
+};
+
+TEST(Holders, NewWithAnOuterInterfaceIsMarkedSuppliedEvenForANullOne) {
+  const QELSimCollectionID none;
+  fesD_ModalSystemHolder plain =
+      fesD_ModalSystem::New("m", QELSimDistributionID(), QELSimDistributionID(), none, none, 0);
+  fesD_ModalSystemHolder supplied = fesD_ModalSystem::New(nullptr, "m", QELSimDistributionID(),
+                                                          QELSimDistributionID(), none, none, 0);
+  EXPECT_EQ(plain.Flags(), 1u);
+  EXPECT_EQ(supplied.Flags(), 3u);
+  EXPECT_EQ(fesD_SubDamp::New(nullptr, 0).Flags(), 3u);
+
+  // The holder step differs: a plain holder shows its object and goes on
+  // with the next step; a supplied one hands the current step (here none)
+  // to its object, which finds nothing there.
+  Shown shownPlain, shownSupplied;
+  gbb_TraverseContext first(gbb_Path(), "events", 0, &shownPlain);
+  gbb_Handle events = plain.Traverse(first);
+  EXPECT_FALSE(events.IsEmpty());
+  EXPECT_EQ(shownPlain.count, 2);  // the system, then its events
+  EXPECT_EQ(first.Status(), 0);
+  gbb_TraverseContext second(gbb_Path(), "events", 0, &shownSupplied);
+  EXPECT_TRUE(supplied.Traverse(second).IsEmpty());
+  EXPECT_EQ(shownSupplied.count, 0);
+  EXPECT_EQ(second.Status(), gbb_TraverseContext::kNothingThere);
+  supplied.Close();  // destroys the object it was made for
+  EXPECT_TRUE(supplied.IsEmpty());
+}
+
 TEST(NewObjects, AnswerTheirRequiredValuesAndTraceTheirRecord) {
   CaptureErr err;
   msfD_MeshHolder holder = msfD_Mesh::New(QELSimCollectionID(0, 5), QELSimCollectionID(0, 6), 1);

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The schema generator: one class's output compared byte for byte with its
-# golden pair, and tables with mistakes refused with a clear message and a
+# The schema generator: four classes' output compared byte for byte with
+# their golden pairs, and tables with mistakes refused with a clear message and a
 # non-zero exit.
 #   check_schemagen.sh <ddb_schemagen> <source dir> <work dir> <clang-format or "">
 set -u
@@ -8,13 +8,19 @@ generator="$1"; source="$2"; work="$3"; format="$4"
 rm -rf "$work"; mkdir -p "$work"
 fail=0
 
-(cd "$source" && "$generator" fes/fesD_SubDamp.schema "$work") || fail=1
-if [ -n "$format" ]; then
-  "$format" -i --style=file:"$source/.clang-format" "$work/fesD_SubDamp.h" "$work/fesD_SubDamp.cpp"
-fi
-for f in fesD_SubDamp.h fesD_SubDamp.cpp; do
-  cmp -s "$work/$f" "$source/tests/schemagen/golden/$f" ||
-    { echo "generated $f differs from tests/schemagen/golden/$f"; fail=1; }
+# The golden classes: plain values only (the damping), required members and
+# maps (the modal event), a base part and a sub-object (the substructure
+# system), an array, maps and required members (the mesh).
+for table in fes/fesD_SubDamp fes/fesD_ModalEvent fes/fesD_SubstructureSystem sim_schema/msfD_Mesh; do
+  name=$(basename "$table")
+  (cd "$source" && "$generator" "$table.schema" "$work") || fail=1
+  if [ -n "$format" ]; then
+    "$format" -i --style=file:"$source/.clang-format" "$work/$name.h" "$work/$name.cpp"
+  fi
+  for f in "$name.h" "$name.cpp"; do
+    cmp -s "$work/$f" "$source/tests/schemagen/golden/$f" ||
+      { echo "generated $f differs from tests/schemagen/golden/$f"; fail=1; }
+  done
 done
 
 # refused <expected message> <table text, \n between lines>: the generator must fail with

@@ -3,6 +3,7 @@
 #include <DDB_PDM_Core.h>
 
 #include <cstdio>
+#include <functional>
 
 namespace {
 
@@ -39,65 +40,97 @@ class Capture {
   std::string m_text;
 };
 
+// Reads objects through the reflection of their classes (gbb_Reflection.h):
+// every member in save order, its value as text; sub-objects and array
+// elements become children, read once the object itself is complete, so
+// that what the library prints while reading an object stays with it.
 class Reader {
  public:
   Reader(Capture* capture, int depth) : m_capture(capture), m_depth(depth) {}
 
-  void Sim(const msfD_Sim& sim, DdbObject* out) {
-    Begin(out, "com.trevolo.Sim", "#", "sim");
-    msfD_DiscreteModel model = sim.discreteModel();
-    End(out);
-    if (!model || !Deeper(1)) return;
-    DdbObject* o = Child(out, "com.trevolo.DiscreteModel", "#/discreteModel", "discreteModel");
-    Value(o, "vectors", model.vectors());
-    Value(o, "localNodes", model.localNodes());
-    Value(o, "localFaces", model.localFaces());
-    Value(o, "frames", model.frames());
-    Value(o, "integrationPoints", model.integrationPoints());
-    Value(o, "sectionPoints", model.sectionPoints());
-    Value(o, "components", model.components());
-    Value(o, "localNodeSets", model.localNodeSets());
-    Value(o, "sectionPointSets", model.sectionPointSets());
-    msfD_Mesh mesh = model.mesh();
-    End(o);
-    if (!!mesh && Deeper(2))
-      Mesh(mesh, Child(o, "com.trevolo.Mesh", "#/discreteModel/mesh", "mesh"));
-  }
-
-  // The object a handle designates, whatever its class.
-  void Any(const gbb_Handle& handle, const std::string& link, DdbObject* out) {
-    msfD_Mesh mesh(handle);
-    if (!!mesh) return Mesh(mesh, Start(out, "com.trevolo.Mesh", link));
-    fesD_SubDamp damping(handle);
-    if (!!damping) return Damping(damping, Start(out, "com.trevolo.SubDamp", link));
-    fesD_ModalEvent event(handle);
-    if (!!event) return Event(event, Start(out, "com.trevolo.ModalEvent", link));
-    fesD_FESystem system(handle);
-    if (!!system) return System(system, link, out, 0);
-    // Objects without members of their own to show.
-    gbb_ClassID id = handle.Class().ClassID();
-    Start(out, std::string(id.Bytes(), static_cast<size_t>(id.Length())), link);
-    End(out);
+  // Reads the object `handle` designates into *o, and the objects below it
+  // down to the reader's depth; `level` is o's level below where reading began.
+  void Read(const gbb_Handle& handle, DdbObject* o, int level) {
+    ObjectReader members(this, o, level);
+    if (!gbb_VisitAsOwnClass(handle, gbb_Reflection<msfD_Sim>::Classes(), members)) {
+      // Objects without members of their own to show (the services).
+      gbb_ClassID id = handle.Class().ClassID();
+      o->cls.assign(id.Bytes(), static_cast<size_t>(id.Length()));
+      End(o);
+    }
   }
 
  private:
-  static DdbObject* Start(DdbObject* o, const std::string& cls, const std::string& link) {
-    o->cls = cls;
-    o->link = link;
-    return o;
-  }
-  void Begin(DdbObject* o, const std::string& cls, const std::string& link,
-             const std::string& name) {
-    Start(o, cls, link);
-    o->name = name;
-  }
-  DdbObject* Child(DdbObject* parent, const std::string& cls, const std::string& link,
-                   const std::string& name) {
+  // The visitor of one object's members (see gbb_Reflection.h).
+  class ObjectReader {
+   public:
+    ObjectReader(Reader* reader, DdbObject* o, int level)
+        : m_reader(reader), m_o(o), m_level(level) {}
+
+    template <class X>
+    void Object(const X& object) {
+      gbb_ClassID id = gbb_Reflection<X>::Class().ClassID();
+      m_o->cls.assign(id.Bytes(), static_cast<size_t>(id.Length()));
+      gbb_Reflection<X>::Visit(object, *this);
+      m_reader->End(m_o);
+      if (!m_reader->Deeper(m_level + 1)) return;
+      for (auto& descend : m_below) descend();
+    }
+
+    template <class B>
+    void Base(const gbb_MemberInfo&, const B& part) {
+      gbb_Reflection<B>::Visit(part, *this);
+    }
+    template <class T>
+    void Simple(const gbb_MemberInfo& member, const T& value) {
+      Value(m_o, member.name, value);
+    }
+    template <class S>
+    void Subobject(const gbb_MemberInfo& member, const S& object) {
+      if (!object) return;
+      std::string name = member.name;
+      m_below.push_back([this, object, name] {
+        m_reader->Child(m_o, object, name, m_o->link + "/" + name, m_level + 1);
+      });
+    }
+    template <class A>
+    void Array(const gbb_MemberInfo& member, const A& array) {
+      Value(m_o, member.name, array.count());
+      std::string name = member.name;
+      m_below.push_back([this, array, name] {
+        for (int i = 0; i < array.count(); ++i) {
+          auto element = array.get(i);
+          std::string at = std::to_string(i);
+          m_reader->Child(m_o, element, name + "[" + at + "]", m_o->link + "/" + name + "/:" + at,
+                          m_level + 1);
+        }
+      });
+    }
+    template <class T>
+    void Service(const gbb_MemberInfo&, const T&) {}
+
+   private:
+    Reader* m_reader;
+    DdbObject* m_o;
+    int m_level;
+    std::vector<std::function<void()>> m_below;  // the children, read after the object
+  };
+
+  // A child of *parent: an empty handle (an element that cannot be opened)
+  // gives an object without class.
+  void Child(DdbObject* parent, const gbb_Handle& handle, const std::string& name,
+             const std::string& link, int level) {
     parent->children.emplace_back();
     DdbObject* o = &parent->children.back();
-    Begin(o, cls, link, name);
-    return o;
+    o->name = name;
+    o->link = link;
+    if (handle.IsEmpty()) {
+      End(o);
+      return;
+    }
+    Read(handle, o, level);
   }
+
   void End(DdbObject* o) {
     for (std::string& line : m_capture->Take()) o->messages.push_back(line);
     gbb_LoadFailure failures[16];
@@ -110,25 +143,28 @@ class Reader {
   }
   bool Deeper(int level) const { return m_depth < 0 || level <= m_depth; }
 
+  // Values as the tools show them.
   static void Put(DdbObject* o, const std::string& name, const std::string& value) {
     o->values.emplace_back(name, value);
   }
-  void Value(DdbObject* o, const std::string& name, int v) { Put(o, name, std::to_string(v)); }
-  void Value(DdbObject* o, const std::string& name, double v) {
+  static void Value(DdbObject* o, const std::string& name, int v) {
+    Put(o, name, std::to_string(v));
+  }
+  static void Value(DdbObject* o, const std::string& name, double v) {
     char text[32];
     snprintf(text, sizeof text, "%.17g", v);
     Put(o, name, text);
   }
-  void Value(DdbObject* o, const std::string& name, const ada_string& v) {
+  static void Value(DdbObject* o, const std::string& name, const ada_string& v) {
     Put(o, name, std::string("\"") + (v.cStr() != nullptr ? v.cStr() : "") + "\"");
   }
-  void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
+  static void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     Put(o, name,
         "collection " + std::to_string(id.CollectionMinor()) + " of " +
             std::to_string(QELSimCollectionRef(id).Size()));
   }
-  void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
+  static void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     QELSimCSet set(id);
     std::vector<int> members(static_cast<size_t>(set.Size()) + 1);
@@ -138,7 +174,7 @@ class Reader {
         "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor()) +
             " [" + Ints(members) + "]");
   }
-  void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
+  static void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     std::string label = "distribution " + std::to_string(id.DistributionMinor());
     QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
@@ -157,132 +193,18 @@ class Reader {
     Put(o, name, read ? label + " [" + Ints(values) + "]" : label + " unreadable");
   }
   template <class T>
-  void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
+  static void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
     ada_MapStringIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + (it.key().cStr() != nullptr ? it.key().cStr() : "") + "]", it.value());
     }
   }
   template <class T>
-  void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
+  static void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
     ada_MapIntIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + std::to_string(it.key()) + "]", it.value());
     }
-  }
-
-  void Mesh(const msfD_Mesh& mesh, DdbObject* o) {
-    Value(o, "nodes", mesh.nodes());
-    Value(o, "elements", mesh.elements());
-    Value(o, "faces", mesh.faces());
-    Value(o, "instances", mesh.instances());
-    Value(o, "regions", mesh.regions());
-    Value(o, "lagrangeNodes", mesh.lagrangeNodes());
-    Value(o, "nodeSets", mesh.nodeSets());
-    Value(o, "elementSets", mesh.elementSets());
-    Value(o, "instanceSets", mesh.instanceSets());
-    Value(o, "regionSets", mesh.regionSets());
-    Value(o, "meshFields", mesh.meshFields());
-    Value(o, "surfaces", mesh.surfaces());
-    Value(o, "frameFields", mesh.frameFields());
-    Value(o, "nodeFields", mesh.nodeFields());
-    Value(o, "elementFields", mesh.elementFields());
-    Value(o, "surfaceFields", mesh.surfaceFields());
-    Value(o, "regionFields", mesh.regionFields());
-    Value(o, "localNodeFields", mesh.localNodeFields());
-    auto systems = mesh.systems();
-    Value(o, "systems", systems.count());
-    End(o);
-    if (!Deeper(3)) return;
-    for (int i = 0; i < systems.count(); ++i) {
-      fesD_FESystem system = systems.get(i);
-      o->children.emplace_back();
-      DdbObject* c = &o->children.back();
-      c->name = "systems[" + std::to_string(i) + "]";
-      System(system, o->link + "/systems/:" + std::to_string(i), c, 3);
-    }
-  }
-
-  void System(const fesD_FESystem& system, const std::string& link, DdbObject* o, int level) {
-    o->link = link;
-    if (!system) {
-      End(o);
-      return;
-    }
-    fesD_GenericSystem generic(system);
-    fesD_ModalSystem modal(system);
-    fesD_SubstructureSystem sub(system);
-    o->cls = !!generic ? "com.trevolo.GenericSystem"
-             : !!modal ? "com.trevolo.ModalSystem"
-             : !!sub   ? "com.trevolo.SubstructureSystem"
-                       : "com.trevolo.FESystem";
-    Value(o, "systemName", system.systemName());
-    Value(o, "nodalLabels", system.nodalLabels());
-    Value(o, "nodalActivityMask", system.nodalActivityMask());
-    Value(o, "distributions", system.distributions());
-    Value(o, "userDistributions", system.userDistributions());
-    if (!!generic) {
-      Value(o, "dofs", generic.dofs());
-      Value(o, "loads", generic.loads());
-    } else if (!!modal) {
-      Value(o, "dofs", modal.dofs());
-      Value(o, "modes", modal.modes());
-      Value(o, "propertyEvaluation", modal.propertyEvaluation());
-      Value(o, "solverDofOrdering", modal.solverDofOrdering());
-      Value(o, "selectiveRecoveryNodes", modal.selectiveRecoveryNodes());
-      Value(o, "residualModeDofs", modal.residualModeDofs());
-      Value(o, "residualModes", modal.residualModes());
-      Value(o, "structuralModes", modal.structuralModes());
-      Value(o, "acousticModes", modal.acousticModes());
-      Value(o, "events", modal.events().count());
-    } else if (!!sub) {
-      Value(o, "dofTypes", sub.dofTypes());
-      Value(o, "dofs", sub.dofs());
-      Value(o, "modes", sub.modes());
-      Value(o, "retainedNodes", sub.retainedNodes());
-      Value(o, "retainedDofs", sub.retainedDofs());
-      Value(o, "recoveryNodes", sub.recoveryNodes());
-      Value(o, "recoveryElements", sub.recoveryElements());
-    }
-    fesD_SubDamp damping = !!sub ? sub.damping() : fesD_SubDamp();
-    End(o);
-    if (!Deeper(level + 1)) return;
-    if (!!modal) {
-      auto events = modal.events();
-      for (int j = 0; j < events.count(); ++j) {
-        fesD_ModalEvent event = events.get(j);
-        std::string name = "events[" + std::to_string(j) + "]";
-        DdbObject* c =
-            Child(o, "com.trevolo.ModalEvent", link + "/events/:" + std::to_string(j), name);
-        if (!event) {
-          c->cls.clear();
-          End(c);
-          continue;
-        }
-        Event(event, c);
-      }
-    }
-    if (!!damping) Damping(damping, Child(o, "com.trevolo.SubDamp", link + "/damping", "damping"));
-  }
-
-  void Event(const fesD_ModalEvent& event, DdbObject* o) {
-    Value(o, "eventName", event.eventName());
-    Value(o, "eventTypeID", event.eventTypeID());
-    Value(o, "activeModes", event.activeModes());
-    Value(o, "frames", event.frames());
-    Value(o, "cases", event.cases());
-    Value(o, "distributions", event.distributions());
-    Value(o, "userDistributions", event.userDistributions());
-    End(o);
-  }
-
-  void Damping(const fesD_SubDamp& damping, DdbObject* o) {
-    Value(o, "alpha", damping.alpha());
-    Value(o, "beta", damping.beta());
-    Value(o, "structural", damping.structural());
-    Value(o, "mass", damping.mass());
-    Value(o, "volume", damping.volume());
-    End(o);
   }
 
   Capture* m_capture;
@@ -323,7 +245,9 @@ bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* wh
   std::vector<std::string> said;
   msfD_Sim opened = Open(root, path, "", capture, why, &said);
   if (!opened) return false;
-  Reader(&capture, depth).Sim(opened, sim);
+  sim->name = "sim";
+  sim->link = "#";
+  Reader(&capture, depth).Read(opened, sim, 0);
   sim->messages.insert(sim->messages.begin(), said.begin(), said.end());
   return true;
 }
@@ -345,7 +269,8 @@ bool DdbReadLink(const std::string& path, const std::string& link, int depth, Dd
         "link " + link + " resolves to nothing (status " + std::to_string(resolved.Stale()) + ")";
     return false;
   }
-  Reader(&capture, depth).Any(handle, link, object);
+  object->link = link;
+  Reader(&capture, depth).Read(handle, object, 0);
   return true;
 }
 

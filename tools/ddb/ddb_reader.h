@@ -2,10 +2,13 @@
 // values that tools can print, compare and check.
 //
 // Reading is what a host does: the file is opened read-only, each object is
-// loaded when it is reached, and every simple-typed member is read by name,
-// with what the service says of each identifier (collection sizes, set
-// members, distribution values). What the library prints while an object is
-// read stays with that object, so a checker can say where a host would trip.
+// loaded when it is reached, and every member is read through the generated
+// reflection of the object's own class (persistence/gbb_Reflection.h), so
+// that no member is named here: simple-typed members with what the service
+// says of each identifier (collection sizes, set members, distribution
+// values), array sizes, then sub-objects and array elements as children.
+// What the library prints while an object is read stays with that object, so
+// a checker can say where a host would trip.
 #ifndef DDB_TOOLS_DDB_DDB_READER_H_
 #define DDB_TOOLS_DDB_DDB_READER_H_
 
@@ -17,7 +20,8 @@ struct DdbObject {
   std::string cls;   // the class identifier, "com.trevolo.Mesh"; "" when none could be opened
   std::string link;  // a link text that resolves to it, "#/discreteModel/mesh"
   std::string name;  // the member or element that holds it, "mesh", "systems[2]"
-  // Simple-typed members by name, in the order the class declares them.
+  // Simple-typed members (map entries as "name[key]") and array sizes, in
+  // save order, a base part's first.
   std::vector<std::pair<std::string, std::string>> values;
   std::vector<std::string> messages;  // what the library printed while reading it
   // Members records that stopped decoding: "at byte 57 (fesD_FESystemImpl, stream error 3)".

@@ -9,6 +9,7 @@
 #ifndef DDB_TOOLS_SCHEMAGEN_EMIT_CPP_H_
 #define DDB_TOOLS_SCHEMAGEN_EMIT_CPP_H_
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,15 +40,14 @@ struct CppClass {
   std::string BaseShortName() const;
 };
 
-std::string Capital(const std::string& s);
 std::string Upper(const std::string& s);
-bool IsMap(const std::string& type);
 // How a simple member's value is returned and passed.
 std::string GetterType(const Member& m);
 std::string SetterParam(const Member& m);
 
-// The two generated files.
+// The two generated files; the header ends with the class's reflection.
 std::string EmitHeader(const CppClass& c);
+void EmitReflection(std::ostringstream& o, const CppClass& c);
 std::string EmitSource(const CppClass& c);
 
 #endif  // DDB_TOOLS_SCHEMAGEN_EMIT_CPP_H_

@@ -1,20 +1,10 @@
 // A member table as the C++ emitter sees it (see emit_cpp.h).
 #include "emit_cpp.h"
 
-std::string Capital(const std::string& s) {
-  std::string t = s;
-  if (!t.empty() && t[0] >= 'a' && t[0] <= 'z') t[0] = static_cast<char>(t[0] - 'a' + 'A');
-  return t;
-}
-
 std::string Upper(const std::string& s) {
   std::string t;
   for (char c : s) t += (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
   return t;
-}
-
-bool IsMap(const std::string& type) {
-  return type.rfind("ada_Map", 0) == 0;
 }
 
 std::string GetterType(const Member& m) {
@@ -65,5 +55,5 @@ std::string CppClass::NewArgs() const {
 }
 
 std::string CppClass::BaseShortName() const {
-  return t.base.substr(t.base.find('_') + 1);
+  return ShortName(t.base);
 }

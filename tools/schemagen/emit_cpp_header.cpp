@@ -231,6 +231,7 @@ std::string EmitHeader(const CppClass& c) {
   Handle(o, c);
   Holder(o, c);
   if (c.HasRecord()) Access(o, c);
+  EmitReflection(o, c);
   o << "#endif  // " << guard << "\n";
   return o.str();
 }

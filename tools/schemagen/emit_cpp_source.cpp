@@ -20,12 +20,16 @@ void Interface(std::ostringstream& o, const CppClass& c) {
 void New(std::ostringstream& o, const CppClass& c) {
   const std::string& X = c.X;
   const std::string H = X + "Holder";
+  // The holder's flags (gbb_HolderBase.h): resolved, and for the overload
+  // taking an outer interface also "outer supplied", even when it is null.
   o << H << " " << X << "::New(" << c.NewParams() << "int traceFlag) {\n";
-  o << "  return New(nullptr, " << c.NewArgs() << "traceFlag);\n}\n\n";
+  o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X << "Impl(nullptr, " << c.NewArgs()
+    << "traceFlag), " << H << "::kResolved));\n}\n\n";
   o << H << " " << X << "::New(" << X << "Interface* outer, " << c.NewParams()
     << "int traceFlag) {\n";
   o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X << "Impl(outer, " << c.NewArgs()
-    << "traceFlag), outer != nullptr ? 3 : 1));\n}\n\n";
+    << "traceFlag),\n"
+    << "      " << H << "::kResolved | " << H << "::kOuterSupplied));\n}\n\n";
 }
 
 // The handle's operations and the holder's: each one step of the family's templates.
@@ -81,11 +85,12 @@ void RootHolder(std::ostringstream& o, const CppClass& c) {
   o << H << " " << H << "::Open(gbb_Root root, int index, QELSimContextID context, "
     << "const gbb_Group& group, int traceFlag) {\n";
   o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X
-    << "Impl(nullptr, root, index, context, group, traceFlag), 1));\n}\n\n";
+    << "Impl(nullptr, root, index, context, group, traceFlag), " << H << "::kResolved));\n}\n\n";
   o << H << " " << H << "::Open(" << X << "Interface* outer, gbb_Root root, int index, "
     << "QELSimContextID context, const gbb_Group& group, int traceFlag) {\n";
   o << "  return " << H << "(" << X << "HolderMoveSrc(new " << X
-    << "Impl(outer, root, index, context, group, traceFlag), 3));\n}\n\n";
+    << "Impl(outer, root, index, context, group, traceFlag),\n      " << H << "::kResolved | " << H
+    << "::kOuterSupplied));\n}\n\n";
 }
 
 void Constructors(std::ostringstream& o, const CppClass& c) {
@@ -104,7 +109,8 @@ void Constructors(std::ostringstream& o, const CppClass& c) {
     }
     if (fresh) {
       for (const Member* m : c.subobjects) {
-        s += ",\n      m_" + m->name + "(" + m->type + "HolderMoveSrc(nullptr, 1))";
+        s += ",\n      m_" + m->name + "(" + m->type + "HolderMoveSrc(nullptr, " + m->type +
+             "Holder::kResolved))";
       }
       for (const Member* m : c.arrays) {
         s += ",\n      m_" + m->name + "(" + c.ArrayType(*m) + "::New(traceFlag))";

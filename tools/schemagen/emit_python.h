@@ -5,46 +5,31 @@
 // emitter writes only declarations: the class's traits, its `new` and one
 // line per member.
 //
-// It reads the tables through this small view, so that it does not depend
-// on how the generator parses and models them.
+// It reads the tables as the C++ emitter does (schema_table.h), linked to
+// their bases among themselves (LinkAmong: each base before its derived
+// classes), and names members with the same helpers.
 #ifndef DDB_TOOLS_SCHEMAGEN_EMIT_PYTHON_H_
 #define DDB_TOOLS_SCHEMAGEN_EMIT_PYTHON_H_
 
 #include <string>
 #include <vector>
 
-#include "schema_table.h"  // MemberKind
+#include "schema_table.h"
 
 namespace emit_python {
-
-struct Member {
-  MemberKind kind = MemberKind::kSimple;
-  std::string name;  // as in the table (camelCase)
-  std::string type;  // C++ type (simple, service) or class name (subobject, array)
-  bool required = false;
-};
-
-struct Class {
-  std::string source;   // the table's path, for the generated files' headers
-  std::string name;     // C++ class, e.g. fesD_ModalSystem
-  std::string base;     // its base class, or empty
-  std::string comment;  // the table's leading comment, one paragraph
-  bool root = false;    // the top object of a database (the sim)
-  std::vector<Member> members;
-};
 
 // The Python name of a class (the part after the module prefix) and of a
 // member (snake_case; a Python keyword gets a trailing underscore).
 std::string PythonClassName(const std::string& cppName);
 std::string PythonMemberName(const Member& member);
 
-// The C++ source that defines ddb_py::BindSchema for all classes. A class
-// whose base is missing from `classes` ends the generator with a message.
-std::string BindingSource(const std::vector<Class>& classes);
+// The C++ source that defines ddb_py::BindSchema for all classes, given
+// linked and ordered by LinkAmong.
+std::string BindingSource(const std::vector<Table>& classes);
 
 // The stub ddb_pdm.pyi: `prelude` (the hand-written part of the module),
 // then one declaration per class and per array member.
-std::string Stub(const std::vector<Class>& classes, const std::string& prelude);
+std::string Stub(const std::vector<Table>& classes, const std::string& prelude);
 
 }  // namespace emit_python
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 
 [[noreturn]] void Fail(const std::string& where, const std::string& why) {
@@ -59,11 +60,56 @@ Table Load(const std::string& path) {
   if (dot == std::string::npos || !std::ifstream(basePath)) {
     Fail(path, "cannot read the table of base " + table.base + " ('" + basePath + "')");
   }
-  Table base = Parse(basePath);
+  Table base = Load(basePath);
   if (base.name != table.base)
     Fail(basePath, "is the table of " + base.name + ", not " + table.base);
-  for (const Member* m : base.Required()) table.baseRequired.push_back(*m);
+  LinkBase(table, base);
   return table;
+}
+
+void LinkBase(Table& table, const Table& base) {
+  table.baseRequired = base.baseRequired;
+  for (const Member* m : base.Required()) table.baseRequired.push_back(*m);
+  table.baseMembers = base.baseMembers;
+  table.baseMembers.insert(table.baseMembers.end(), base.members.begin(), base.members.end());
+}
+
+std::vector<Table> LinkAmong(const std::vector<Table>& tables) {
+  std::map<std::string, const Table*> byName;
+  for (const Table& t : tables) byName[t.name] = &t;
+  std::vector<Table> ordered;
+  std::map<std::string, size_t> placed;  // name: position in `ordered`
+  while (ordered.size() < tables.size()) {
+    size_t before = ordered.size();
+    for (const Table& t : tables) {
+      if (placed.count(t.name) != 0) continue;
+      if (t.Derived() && byName.count(t.base) == 0) {
+        Fail(t.source, "the base class '" + t.base + "' has no table here");
+      }
+      if (!t.Derived() || placed.count(t.base) != 0) {
+        ordered.push_back(t);
+        if (t.Derived()) LinkBase(ordered.back(), ordered[placed.at(t.base)]);
+        placed[t.name] = ordered.size() - 1;
+      }
+    }
+    if (ordered.size() == before) Fail(tables.front().source, "the base classes form a cycle");
+  }
+  return ordered;
+}
+
+std::string Capital(const std::string& s) {
+  std::string t = s;
+  if (!t.empty() && t[0] >= 'a' && t[0] <= 'z') t[0] = static_cast<char>(t[0] - 'a' + 'A');
+  return t;
+}
+
+bool IsMap(const std::string& type) {
+  return type.rfind("ada_Map", 0) == 0;
+}
+
+std::string ShortName(const std::string& className) {
+  size_t underscore = className.find('_');
+  return underscore == std::string::npos ? className : className.substr(underscore + 1);
 }
 
 Table Parse(const std::string& path) {

@@ -1,7 +1,8 @@
-// The member tables of the schema classes (*.schema), parsed: what every
-// emitter of the generator reads (the C++ family in ddb_schemagen.cpp, the
-// Python bindings in emit_python.cpp). The table syntax is described at the
-// top of ddb_schemagen.cpp.
+// The member tables of the schema classes (*.schema), parsed, and the names
+// made from them: what every emitter of the generator reads (the C++ family
+// in ddb_schemagen.cpp, the Python bindings in ddb_pygen.cpp), so that a
+// table is parsed, and a name made, in one place. The table syntax is
+// described at the top of ddb_schemagen.cpp.
 #ifndef DDB_TOOLS_SCHEMAGEN_SCHEMA_TABLE_H_
 #define DDB_TOOLS_SCHEMAGEN_SCHEMA_TABLE_H_
 
@@ -33,8 +34,10 @@ struct Table {
   std::vector<std::string> headers;      // for the declarations
   std::vector<std::string> cppIncludes;  // for the definitions
   std::vector<std::string> registered;
-  // A derived class: its base's required members, which come first in New.
+  // A derived class: its base's required members, which come first in New,
+  // and all its base's members (a base's own base first); see LinkBase.
   std::vector<Member> baseRequired;
+  std::vector<Member> baseMembers;
 
   bool Derived() const { return !base.empty(); }
   std::vector<const Member*> Of(MemberKind kind) const;
@@ -54,6 +57,20 @@ Table Parse(const std::string& path);
 // names the base's header, and its table lies beside it (fes/X.h:
 // fes/X.schema, from the directory the generator runs in).
 Table Load(const std::string& path);
+
+// Gives a derived table what it takes from its base's (already linked) table.
+void LinkBase(Table& table, const Table& base);
+
+// Links every derived table to its base among `tables` and answers them
+// with each base before the classes derived from it (otherwise in the given
+// order); a base that is not among them ends the generator through Fail.
+std::vector<Table> LinkAmong(const std::vector<Table>& tables);
+
+// Names made from a table.
+std::string Capital(const std::string& s);  // "nodeSets": "NodeSets"
+bool IsMap(const std::string& type);        // ada_MapInt<...>, ada_MapString<...>
+// A class name without its module prefix ("fesD_FESystem": "FESystem").
+std::string ShortName(const std::string& className);
 
 // Writes `text` to `path` unless the file holds it already (an unchanged
 // output keeps its timestamp, so nothing is rebuilt).

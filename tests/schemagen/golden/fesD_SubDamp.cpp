@@ -10,12 +10,14 @@ gbb_Class fesD_SubDampInterface::StaticClass() {
 }
 
 fesD_SubDampHolder fesD_SubDamp::New(int traceFlag) {
-  return New(nullptr, traceFlag);
+  return fesD_SubDampHolder(fesD_SubDampHolderMoveSrc(new fesD_SubDampImpl(nullptr, traceFlag),
+                                                      fesD_SubDampHolder::kResolved));
 }
 
 fesD_SubDampHolder fesD_SubDamp::New(fesD_SubDampInterface* outer, int traceFlag) {
-  return fesD_SubDampHolder(
-      fesD_SubDampHolderMoveSrc(new fesD_SubDampImpl(outer, traceFlag), outer != nullptr ? 3 : 1));
+  return fesD_SubDampHolder(fesD_SubDampHolderMoveSrc(
+      new fesD_SubDampImpl(outer, traceFlag),
+      fesD_SubDampHolder::kResolved | fesD_SubDampHolder::kOuterSupplied));
 }
 
 fesD_SubDamp::operator gbb_Handle() const {

@@ -114,4 +114,29 @@ class DDB_API fesD_SubDampAccess : public gbb_SchemaAccess<fesD_SubDampFamily> {
   explicit fesD_SubDampAccess(fesD_SubDamp handle) : gbb_SchemaAccess(handle) {}
 };
 
+// The members of fesD_SubDamp in save order (see persistence/gbb_Reflection.h).
+template <>
+struct gbb_Reflection<fesD_SubDamp> {
+  static constexpr const char* kName = "fesD_SubDamp";
+  static gbb_Class Class() { return fesD_SubDampInterface::StaticClass(); }
+  static constexpr int kCount = 5;
+  static constexpr gbb_MemberInfo kMembers[kCount] = {
+      {"alpha", gbb_MemberKind::kValue, "double", fesD_SubDampFamily::kAlpha},
+      {"beta", gbb_MemberKind::kValue, "double", fesD_SubDampFamily::kBeta},
+      {"structural", gbb_MemberKind::kValue, "double", fesD_SubDampFamily::kStructural},
+      {"mass", gbb_MemberKind::kValue, "double", fesD_SubDampFamily::kMass},
+      {"volume", gbb_MemberKind::kValue, "double", fesD_SubDampFamily::kVolume},
+  };
+
+  // Hands every member of `object` to the visitor, in save order.
+  template <class V>
+  static void Visit(const fesD_SubDamp& object, V&& visitor) {
+    visitor.Simple(kMembers[0], object.alpha());
+    visitor.Simple(kMembers[1], object.beta());
+    visitor.Simple(kMembers[2], object.structural());
+    visitor.Simple(kMembers[3], object.mass());
+    visitor.Simple(kMembers[4], object.volume());
+  }
+};
+
 #endif  // DDB_GENERATED_FESD_SUBDAMP_H_
