@@ -271,6 +271,16 @@ class RootState : public std::enable_shared_from_this<RootState> {
     msfD_Sim sim = mode == kCreate   ? root.createSim(file.c_str(), alias.c_str(), option)
                    : mode == kUpdate ? root.openSim(file.c_str(), alias.c_str(), option)
                                      : root.openSimReadOnly(file.c_str(), alias.c_str(), option);
+    // A file without the group "sim" opens as a sim of nothing; here it is
+    // refused as no database, and closed again.
+    if (!!sim && mode != kCreate &&
+        !QELSimContextRef(sim.distributionService().Context())
+             .File()
+             .RootGroup()
+             .GetObjinfoExists("sim")) {
+      root.closeSim(sim);
+      sim = msfD_Sim();
+    }
     std::string text = messages.Take();
     if (!sim) throw Error(text.empty() ? "cannot open " + file : text);
     m_sims.push_back(Entry{sim, file, mode == kReadOnly, {}});
@@ -709,9 +719,10 @@ struct Follower {
 };
 
 void BindFollow(py::module_& m) {
-  py::class_<Follower, std::shared_ptr<Follower>>(
-      m, "Follower", "An iterator over the snapshots of a database as its writer commits.")
-      .def("__iter__", [](py::object self) { return self; })
+  py::class_<Follower, std::shared_ptr<Follower>> follower(
+      m, "Follower", "An iterator over the snapshots of a database as its writer commits.");
+  RefuseNew(follower);
+  follower.def("__iter__", [](py::object self) { return self; })
       .def("__next__", &Follower::Next)
       .def("close", &Follower::CloseCurrent, "Closes the snapshot handed out last.");
   m.def(

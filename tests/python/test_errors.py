@@ -264,3 +264,16 @@ kept = ddb.open({str(tmp_path / 'exit.sim')!r}, mode="r")
 """
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert (done.returncode, done.stdout, done.stderr) == (0, "3\n", "")
+
+
+def test_an_hdf5_file_that_is_no_database_is_refused_and_left_closed(tmp_path):
+    plain = tmp_path / "plain.h5"
+    run(program("DDB_TEST_HELPER"), "plain", str(plain))
+    for mode in ("r", "r+"):
+        with pytest.raises(ddb.Error) as caught:
+            ddb.open(plain, mode)
+        assert str(caught.value) == f"**ERROR hdf_Group::GroupOpen: cannot open group sim in / of file {plain}"
+    with ddb.Root() as root:
+        with pytest.raises(ddb.Error):
+            root.open_sim_read_only(plain)
+        assert len(root) == 0
