@@ -2,10 +2,26 @@
 
 #include <DDB_PDM_Core.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
 namespace {
+
+// What a members stream's error number means (gbb_MemoryStream::Error), as
+// a reader meets it.
+std::string StreamError(int status) {
+  switch (status) {
+    case gbb_MemoryStream::ErrorTagMismatch:
+      return "a type tag that does not match";
+    case gbb_MemoryStream::ErrorOverrun:
+      return "the bytes end inside a value";
+    case gbb_MemoryStream::ErrorForeignID:
+      return "an identifier longer than 64 bytes";
+    default:
+      return "an unknown error";
+  }
+}
 
 std::string Ints(const std::vector<int>& values) {
   std::string text;
@@ -138,7 +154,8 @@ class Reader {
     for (int i = 0; i < n; ++i) {
       o->undecoded.push_back("at byte " + std::to_string(failures[i].offset) + " (" +
                              failures[i].implName + ", stream error " +
-                             std::to_string(failures[i].status) + ")");
+                             std::to_string(failures[i].status) + ": " +
+                             StreamError(failures[i].status) + ")");
     }
   }
   bool Deeper(int level) const { return m_depth < 0 || level <= m_depth; }
@@ -146,6 +163,11 @@ class Reader {
   // Values as the tools show them.
   static void Put(DdbObject* o, const std::string& name, const std::string& value) {
     o->values.emplace_back(name, value);
+  }
+  static void PutArray(DdbObject* o, const std::string& name, const std::string& head,
+                       std::vector<int> items) {
+    Put(o, name, head + " [" + Ints(items) + "]");
+    o->arrays[name] = DdbArray{head, std::move(items)};
   }
   static void Value(DdbObject* o, const std::string& name, int v) {
     Put(o, name, std::to_string(v));
@@ -170,9 +192,9 @@ class Reader {
     std::vector<int> members(static_cast<size_t>(set.Size()) + 1);
     set.OrderedMembers(members.data());
     members.pop_back();
-    Put(o, name,
-        "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor()) +
-            " [" + Ints(members) + "]");
+    PutArray(o, name,
+             "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor()),
+             std::move(members));
   }
   static void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
@@ -190,7 +212,8 @@ class Reader {
     t.SetBuffer(0, values.data(), (values.size() - 1) * sizeof(int));
     bool read = t.ExecRead();
     values.pop_back();
-    Put(o, name, read ? label + " [" + Ints(values) + "]" : label + " unreadable");
+    if (!read) return Put(o, name, label + " unreadable");
+    PutArray(o, name, label, std::move(values));
   }
   template <class T>
   static void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
@@ -272,6 +295,46 @@ bool DdbReadLink(const std::string& path, const std::string& link, int depth, Dd
   object->link = link;
   Reader(&capture, depth).Read(handle, object, 0);
   return true;
+}
+
+namespace {
+
+// Collects the names of the members each class shows as values.
+struct ValueNames {
+  template <class... X>
+  void Add(gbb_ClassList<X...>) {
+    (AddClass(gbb_Reflection<X>::kMembers, gbb_Reflection<X>::kCount), ...);
+  }
+  void AddClass(const gbb_MemberInfo* members, int count) {
+    for (int i = 0; i < count; ++i) {
+      gbb_MemberKind kind = members[i].kind;
+      if (kind == gbb_MemberKind::kValue || kind == gbb_MemberKind::kIdentifier ||
+          kind == gbb_MemberKind::kMap || kind == gbb_MemberKind::kArray) {
+        names.push_back(members[i].name);
+      }
+    }
+  }
+  std::vector<std::string> names;
+};
+
+}  // namespace
+
+std::vector<std::string> DdbValueNames() {
+  ValueNames collect;
+  collect.Add(gbb_Reflection<msfD_Sim>::Classes());
+  std::sort(collect.names.begin(), collect.names.end());
+  collect.names.erase(std::unique(collect.names.begin(), collect.names.end()), collect.names.end());
+  return collect.names;
+}
+
+int DdbSuperblockVersion(const std::string& path) {
+  Capture capture;  // what opening says belongs to the tool's other reads
+  hdf_File file = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+  if (!file.IsValid()) return -1;
+  H5F_info2_t info;
+  int version = H5Fget_info2(file.Id(), &info) >= 0 ? static_cast<int>(info.super.version) : -1;
+  file.Close();
+  return version;
 }
 
 void DdbVisit(const DdbObject& root, void (*visit)(const DdbObject&, void*), void* context) {

@@ -12,9 +12,17 @@
 #ifndef DDB_TOOLS_DDB_DDB_READER_H_
 #define DDB_TOOLS_DDB_DDB_READER_H_
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+// A value that is an array of numbers: an ordered set's members or a
+// distribution's values, after what names it ("set 0/1", "distribution 3").
+struct DdbArray {
+  std::string head;
+  std::vector<int> items;
+};
 
 struct DdbObject {
   std::string cls;   // the class identifier, "com.trevolo.Mesh"; "" when none could be opened
@@ -23,8 +31,12 @@ struct DdbObject {
   // Simple-typed members (map entries as "name[key]") and array sizes, in
   // save order, a base part's first.
   std::vector<std::pair<std::string, std::string>> values;
+  // The values above that hold arrays, by name, element by element: tools
+  // summarise long ones and compare them per element.
+  std::map<std::string, DdbArray> arrays;
   std::vector<std::string> messages;  // what the library printed while reading it
-  // Members records that stopped decoding: "at byte 57 (fesD_FESystemImpl, stream error 3)".
+  // Members records that stopped decoding: "at byte 57 (fesD_FESystemImpl,
+  // stream error 3: an identifier longer than 64 bytes)".
   std::vector<std::string> undecoded;
   std::vector<DdbObject> children;
 };
@@ -38,6 +50,13 @@ bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* wh
 // nothing.
 bool DdbReadLink(const std::string& path, const std::string& link, int depth, DdbObject* object,
                  std::string* why);
+
+// The names of every member any class shows as a value, sorted.
+std::vector<std::string> DdbValueNames();
+
+// The superblock version of the database `path` as a reader sees it (its
+// last commit), -1 when it cannot be opened.
+int DdbSuperblockVersion(const std::string& path);
 
 // Every object of the tree, depth first, parents before children.
 void DdbVisit(const DdbObject& root, void (*visit)(const DdbObject&, void*), void* context);
