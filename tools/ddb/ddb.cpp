@@ -21,6 +21,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -264,6 +265,16 @@ void PrintObjectOnly(const DdbObject& o, bool full) {
   for (const DdbObject& c : o.children) PrintTree(c, 1, full);
 }
 
+// The letters of a name, in lower case: "propertyevaluation" for both
+// "propertyEvaluation" and the Python module's "property_evaluation".
+std::string Letters(const std::string& name) {
+  std::string letters;
+  for (char c : name) {
+    if (c != '_') letters += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return letters;
+}
+
 // Reads --abs or --rel: "X" for every member, "NAME=X" for one. False with
 // *why when a value is not a finite non-negative number or NAME is no
 // member's name.
@@ -286,7 +297,11 @@ bool ParseTolerances(const char* option, const std::vector<std::string>& specs, 
     }
     std::string name = s.substr(0, eq);
     if (!std::binary_search(names.begin(), names.end(), name)) {
-      *why = std::string(option) + " " + s + ": no member is named " + name + "; the names are";
+      *why = std::string(option) + " " + s + ": no member is named " + name;
+      for (const std::string& n : names) {
+        if (Letters(n) == Letters(name)) *why += " (the tool's name is " + n + ")";
+      }
+      *why += "; the names are";
       for (const std::string& n : names) *why += (&n == &names.front() ? " " : ", ") + n;
       return false;
     }
