@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -39,8 +40,9 @@ Ran Ddb(const std::string& arguments, const std::string& err = "/dev/null") {
 // A database of its own: a mesh of `nodes` nodes with the node sets "all"
 // and "first20", then `systems` FE systems sharing one distribution of
 // labels (1, 2, ...; 1000 more at each index of `changed`) and one of masks.
-void MakeMesh(const std::string& path, int nodes, int systems,
-              const std::vector<int>& changed = {}) {
+// `added(i)` is called after the i-th system is committed.
+void MakeMesh(const std::string& path, int nodes, int systems, const std::vector<int>& changed = {},
+              const std::function<void(int)>& added = nullptr) {
   msfD_Root root(0);
   msfD_Sim sim = root.createSim(path.c_str(), "m", 0);
   QELSimContextID context = sim.distributionService().Context();
@@ -60,6 +62,7 @@ void MakeMesh(const std::string& path, int nodes, int systems,
   mesh.NodeSets(sets);
   for (int i = 0; i < systems; ++i) {
     mesh.systems().add(fesD_FESystem::New(("s" + std::to_string(i)).c_str(), l, m, 0));
+    if (added) added(i);
   }
   root.closeSim(sim);
 }
@@ -446,6 +449,104 @@ TEST_F(DdbTool, DotDrawsALongArrayAsOneNodeWithItsCount) {
   Ran svg = Ddb("dot " + broken + " | dot -Tsvg");
   EXPECT_EQ(svg.status, 0);
   EXPECT_NE(svg.out.find("5 elements"), std::string::npos);
+}
+
+}  // namespace
+
+namespace {
+
+// Runs ddb with `arguments` beside a writer process that adds 8 systems,
+// one commit every 150 ms; ddb starts after the first.
+Ran BesideAWriter(const std::string& path, const std::string& arguments) {
+  int ready[2];
+  if (pipe(ready) != 0) return {-1, ""};
+  pid_t writer = fork();
+  if (writer == 0) {
+    close(ready[0]);
+    MakeMesh(path, 21, 8, {}, [&](int i) {
+      if (i == 0 && write(ready[1], "w", 1) != 1) _exit(1);
+      usleep(150000);
+    });
+    _exit(0);
+  }
+  close(ready[1]);
+  char byte = 0;
+  bool started = read(ready[0], &byte, 1) == 1;
+  close(ready[0]);
+  Ran run = started ? Ddb(arguments + " --follow " + path) : Ran{-1, ""};
+  int status = -1;
+  waitpid(writer, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return run;
+}
+
+std::vector<std::string> Split(const std::string& text, const std::string& separator) {
+  std::vector<std::string> parts;
+  size_t start = 0;
+  for (size_t at; (at = text.find(separator, start)) != std::string::npos;) {
+    parts.push_back(text.substr(start, at - start));
+    start = at + separator.size();
+  }
+  parts.push_back(text.substr(start));
+  return parts;
+}
+
+TEST_F(DdbTool, FollowReprintsAtEachCommitUntilTheWriterCloses) {
+  const std::string closed = "--- the writer closed the database ---\n";
+  // info: each showing a snapshot of one more system, separated by numbered lines.
+  const std::string live = File("live.sim");
+  Ran info = BesideAWriter(live, "info --interval 0.02");
+  EXPECT_EQ(info.status, 0);
+  ASSERT_GE(info.out.size(), closed.size()) << info.out;
+  EXPECT_EQ(info.out.substr(info.out.size() - closed.size()), closed);
+  std::vector<std::string> shown =
+      Split(info.out.substr(0, info.out.size() - closed.size()), "--- snapshot ");
+  ASSERT_GE(shown.size(), 3u) << info.out;  // the first and at least two more
+  EXPECT_NE(shown[0].find("  journal in use: a writer has the database open\n"), std::string::npos)
+      << shown[0];
+  int last = 0;
+  for (size_t i = 0; i < shown.size(); ++i) {
+    SCOPED_TRACE(shown[i]);
+    std::string text = shown[i];
+    if (i > 0) {
+      std::string numbered = std::to_string(i + 1) + " ---\n";
+      EXPECT_EQ(text.substr(0, numbered.size()), numbered);
+      text = text.substr(numbered.size());
+    }
+    EXPECT_EQ(text.substr(0, live.size() + 1), live + "\n");
+    size_t at = text.find(" x com.trevolo.FESystem\n");
+    ASSERT_NE(at, std::string::npos);
+    int systems = std::stoi(text.substr(text.rfind("\n  ", at) + 3));
+    EXPECT_GE(systems, last);  // snapshots never go back
+    last = systems;
+  }
+  EXPECT_EQ(last, 8);
+
+  // tree: the whole tree each time; the last one holds every system.
+  const std::string tree = File("live_tree.sim");
+  Ran trees = BesideAWriter(tree, "tree --depth 3 --interval 0.02");
+  EXPECT_EQ(trees.status, 0);
+  EXPECT_NE(trees.out.find("--- snapshot 2 ---\nsim: com.trevolo.Sim  #\n"), std::string::npos);
+  EXPECT_EQ(trees.out.substr(trees.out.size() - closed.size()), closed);
+  EXPECT_NE(trees.out.rfind("      systems[7]: com.trevolo.FESystem  "
+                            "#/discreteModel/mesh/systems/:7\n        systemName = \"s7\"\n"),
+            std::string::npos);
+
+  // --json: one document a line, nothing else.
+  const std::string json = File("live_json.sim");
+  Ran lines = BesideAWriter(json, "info --json --interval 0.02");
+  EXPECT_EQ(lines.status, 0);
+  std::vector<std::string> documents = Split(lines.out, "\n");
+  EXPECT_EQ(documents.back(), "");
+  documents.pop_back();
+  EXPECT_GE(documents.size(), 3u);
+  for (const std::string& d : documents) EXPECT_EQ(nlohmann::json::parse(d)["file"], json);
+  EXPECT_EQ(nlohmann::json::parse(documents.back())["classes"]["com.trevolo.FESystem"], 8);
+
+  // No writer: one showing, as without --follow.
+  Expect("info --follow " + File("a.sim"), 0, Ddb("info " + File("a.sim")).out);
+  Ran missing = Ddb("info --follow " + File("missing.sim"));
+  EXPECT_EQ(missing.status, 2);
 }
 
 }  // namespace
