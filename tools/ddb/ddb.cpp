@@ -90,13 +90,26 @@ int CannotOpen(const std::string& why, bool asJson) {
   return kCannotOpen;
 }
 
-bool Read(const std::string& file, int depth, DdbObject* sim, std::string* why) {
+// The tool shows arrays itself (ddb_arrays.h); pictures and counts need no values.
+DdbReadOptions Shown() {
+  DdbReadOptions options;
+  options.arrayText = false;
+  return options;
+}
+DdbReadOptions Structure() {
+  DdbReadOptions options;
+  options.values = false;
+  return options;
+}
+
+bool Read(const std::string& file, int depth, DdbObject* sim, std::string* why,
+          const DdbReadOptions& options = Shown()) {
   struct stat info;
   if (stat(file.c_str(), &info) != 0) {
     *why = "no such file: " + file;
     return false;
   }
-  return DdbRead(file, depth, sim, why);
+  return DdbRead(file, depth, sim, why, options);
 }
 
 // --- check -------------------------------------------------------------------
@@ -212,7 +225,7 @@ void CompareArrays(const DdbObject& a, const DdbObject& b, const std::string& na
   DdbArrayDifference d = DdbCompareArrays(x, y, &Within::Same, &within);
   if (!d.Any()) return;
   json j = Difference(a.link, name, DdbArrayText(x, false), DdbArrayText(y, false));
-  j["counts"] = {x.items.size(), y.items.size()};
+  j["counts"] = {x.items->size(), y.items->size()};
   j["differing"] = d.differing;
   if (d.differing > 0) {
     j["first_index"] = d.first;
@@ -384,7 +397,7 @@ const char* FormatName(int superblock) {
 int Info(const std::string& file, bool asJson, bool oneLine) {
   DdbObject root;
   std::string why;
-  if (!Read(file, -1, &root, &why)) return CannotOpen(why, asJson);
+  if (!Read(file, -1, &root, &why, Structure())) return CannotOpen(why, asJson);
   std::map<std::string, int> classes;
   DdbVisit(root, &CountClasses, &classes);
   int objects = 0;
@@ -433,7 +446,7 @@ int Tree(const std::string& file, const std::string& link, int depth, bool asJso
   if (!link.empty()) {
     struct stat st;
     if (stat(file.c_str(), &st) != 0) return CannotOpen("no such file: " + file, asJson);
-    if (!DdbReadLink(file, link, depth, &root, &why)) {
+    if (!DdbReadLink(file, link, depth, &root, &why, Shown())) {
       if (why.rfind("link ", 0) == 0) {
         std::cerr << "ddb: " << why << "\n";
         return kProblems;
@@ -563,7 +576,9 @@ int main(int argc, char** argv) {
   DdbObject root;
   std::string why;
   if (*dot) {
-    if (!Read(file, -1, &root, &why)) return CannotOpen(why, asJson);
+    if (!Read(file, -1, &root, &why, asJson ? Shown() : Structure())) {
+      return CannotOpen(why, asJson);
+    }
     if (asJson) {
       std::cout << ToJson(root, full).dump(2) << "\n";
       return kClean;

@@ -14,7 +14,7 @@ void AppendValues(const std::vector<int>& items, size_t from, size_t to, std::st
 }  // namespace
 
 std::string DdbArrayText(const DdbArray& array, bool full) {
-  const std::vector<int>& items = array.items;
+  const std::vector<int>& items = *array.items;
   std::string text = array.head + " [";
   if (full || items.size() <= kDdbShownValues) {
     AppendValues(items, 0, items.size(), &text);
@@ -31,8 +31,7 @@ std::string DdbArrayText(const DdbArray& array, bool full) {
 std::string DdbValueText(const DdbObject& o, const std::string& name, const std::string& value,
                          bool full) {
   auto array = o.arrays.find(name);
-  if (array == o.arrays.end() || full) return value;
-  return DdbArrayText(array->second, false);
+  return array == o.arrays.end() ? value : DdbArrayText(array->second, full);
 }
 
 DdbArrayDifference DdbCompareArrays(const DdbArray& a, const DdbArray& b,
@@ -40,14 +39,15 @@ DdbArrayDifference DdbCompareArrays(const DdbArray& a, const DdbArray& b,
                                     const void* context) {
   DdbArrayDifference d;
   d.heads = a.head != b.head;
-  d.counts = a.items.size() != b.items.size();
-  size_t n = std::min(a.items.size(), b.items.size());
+  const std::vector<int>&x = *a.items, &y = *b.items;
+  d.counts = x.size() != y.size();
+  size_t n = std::min(x.size(), y.size());
   for (size_t i = 0; i < n; ++i) {
-    if (a.items[i] == b.items[i] || same(a.items[i], b.items[i], context)) continue;
+    if (x[i] == y[i] || same(x[i], y[i], context)) continue;
     if (d.differing++ == 0) {
       d.first = i;
-      d.a = a.items[i];
-      d.b = b.items[i];
+      d.a = x[i];
+      d.b = y[i];
     }
   }
   return d;
@@ -57,13 +57,12 @@ std::string DdbDifferenceText(const DdbArray& a, const DdbArray& b, const DdbArr
   std::string text;
   auto part = [&text](const std::string& more) { text += (text.empty() ? "" : "; ") + more; };
   if (d.heads) part(a.head + " | " + b.head);
-  if (d.counts) {
-    part(std::to_string(a.items.size()) + " | " + std::to_string(b.items.size()) + " values");
-  }
+  size_t x = a.items->size(), y = b.items->size();
+  if (d.counts) part(std::to_string(x) + " | " + std::to_string(y) + " values");
   if (d.differing > 0) {
-    part(std::to_string(d.differing) + " of " +
-         std::to_string(std::min(a.items.size(), b.items.size())) + " values differ, first at [" +
-         std::to_string(d.first) + "]: " + std::to_string(d.a) + " | " + std::to_string(d.b));
+    part(std::to_string(d.differing) + " of " + std::to_string(std::min(x, y)) +
+         " values differ, first at [" + std::to_string(d.first) + "]: " + std::to_string(d.a) +
+         " | " + std::to_string(d.b));
   }
   return text;
 }

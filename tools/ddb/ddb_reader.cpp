@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <map>
+#include <memory>
+#include <set>
 
 namespace {
 
@@ -62,7 +65,8 @@ class Capture {
 // that what the library prints while reading an object stays with it.
 class Reader {
  public:
-  Reader(Capture* capture, int depth) : m_capture(capture), m_depth(depth) {}
+  Reader(Capture* capture, int depth, const DdbReadOptions& options)
+      : m_capture(capture), m_depth(depth), m_options(options) {}
 
   // Reads the object `handle` designates into *o, and the objects below it
   // down to the reader's depth; `level` is o's level below where reading began.
@@ -99,7 +103,7 @@ class Reader {
     }
     template <class T>
     void Simple(const gbb_MemberInfo& member, const T& value) {
-      Value(m_o, member.name, value);
+      if (m_reader->m_options.values) m_reader->Value(m_o, member.name, value);
     }
     template <class S>
     void Subobject(const gbb_MemberInfo& member, const S& object) {
@@ -111,7 +115,7 @@ class Reader {
     }
     template <class A>
     void Array(const gbb_MemberInfo& member, const A& array) {
-      Value(m_o, member.name, array.count());
+      m_reader->Value(m_o, member.name, array.count());
       std::string name = member.name;
       m_below.push_back([this, array, name] {
         for (int i = 0; i < array.count(); ++i) {
@@ -164,66 +168,80 @@ class Reader {
   static void Put(DdbObject* o, const std::string& name, const std::string& value) {
     o->values.emplace_back(name, value);
   }
-  static void PutArray(DdbObject* o, const std::string& name, const std::string& head,
-                       std::vector<int> items) {
-    Put(o, name, head + " [" + Ints(items) + "]");
+  void PutArray(DdbObject* o, const std::string& name, const std::string& head,
+                std::shared_ptr<const std::vector<int>> items) {
+    Put(o, name, m_options.arrayText ? head + " [" + Ints(*items) + "]" : head);
     o->arrays[name] = DdbArray{head, std::move(items)};
   }
-  static void Value(DdbObject* o, const std::string& name, int v) {
-    Put(o, name, std::to_string(v));
-  }
-  static void Value(DdbObject* o, const std::string& name, double v) {
+  void Value(DdbObject* o, const std::string& name, int v) { Put(o, name, std::to_string(v)); }
+  void Value(DdbObject* o, const std::string& name, double v) {
     char text[32];
     snprintf(text, sizeof text, "%.17g", v);
     Put(o, name, text);
   }
-  static void Value(DdbObject* o, const std::string& name, const ada_string& v) {
+  void Value(DdbObject* o, const std::string& name, const ada_string& v) {
     Put(o, name, std::string("\"") + (v.cStr() != nullptr ? v.cStr() : "") + "\"");
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     Put(o, name,
         "collection " + std::to_string(id.CollectionMinor()) + " of " +
             std::to_string(QELSimCollectionRef(id).Size()));
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
     if (!id.IsValid()) return Put(o, name, "-");
-    QELSimCSet set(id);
-    std::vector<int> members(static_cast<size_t>(set.Size()) + 1);
-    set.OrderedMembers(members.data());
-    members.pop_back();
-    PutArray(o, name,
-             "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor()),
-             std::move(members));
+    std::string head =
+        "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor());
+    auto& items = m_sets[{id.CollectionMinor(), id.CSetMinor()}];
+    if (!items) {
+      QELSimCSet set(id);
+      auto members = std::make_shared<std::vector<int>>(static_cast<size_t>(set.Size()) + 1);
+      set.OrderedMembers(members->data());
+      members->pop_back();
+      items = members;
+    }
+    PutArray(o, name, head, items);
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     std::string label = "distribution " + std::to_string(id.DistributionMinor());
-    QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
-    QELSimDistributionRef(id).QueryDrawers(drawers);
-    if (drawers.Size() != 1 || drawers[0].NumDimensions() != 1) {
+    auto& items = m_distributions[id.DistributionMinor()];
+    if (!items) items = ReadInts(id);
+    if (items->empty() && m_unreadable.count(id.DistributionMinor())) {
       return Put(o, name, label + " unreadable");
     }
-    std::vector<int> values(static_cast<size_t>(drawers[0].DataSizeItems(0)) + 1);
-    QELSimTransfer t(id);
-    t.SetRead();
-    t.SetBufferPadding(false);
-    t.SetDim(0, drawers[0].DimensionSets()[0]);
-    t.SetBuffer(0, values.data(), (values.size() - 1) * sizeof(int));
-    bool read = t.ExecRead();
-    values.pop_back();
-    if (!read) return Put(o, name, label + " unreadable");
-    PutArray(o, name, label, std::move(values));
+    PutArray(o, name, label, items);
+  }
+  // The values of a one-dimensional distribution; none, and the
+  // distribution counted unreadable, when they cannot be read.
+  std::shared_ptr<const std::vector<int>> ReadInts(QELSimDistributionID id) {
+    QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+    QELSimDistributionRef(id).QueryDrawers(drawers);
+    auto values = std::make_shared<std::vector<int>>();
+    if (drawers.Size() == 1 && drawers[0].NumDimensions() == 1) {
+      values->resize(static_cast<size_t>(drawers[0].DataSizeItems(0)) + 1);
+      QELSimTransfer t(id);
+      t.SetRead();
+      t.SetBufferPadding(false);
+      t.SetDim(0, drawers[0].DimensionSets()[0]);
+      t.SetBuffer(0, values->data(), (values->size() - 1) * sizeof(int));
+      if (t.ExecRead()) {
+        values->pop_back();
+        return values;
+      }
+    }
+    m_unreadable.insert(id.DistributionMinor());
+    return std::make_shared<std::vector<int>>();
   }
   template <class T>
-  static void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
+  void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
     ada_MapStringIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + (it.key().cStr() != nullptr ? it.key().cStr() : "") + "]", it.value());
     }
   }
   template <class T>
-  static void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
+  void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
     ada_MapIntIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + std::to_string(it.key()) + "]", it.value());
@@ -232,6 +250,11 @@ class Reader {
 
   Capture* m_capture;
   int m_depth;
+  DdbReadOptions m_options;
+  // The arrays read so far, by identifier: objects that share one read it once.
+  std::map<std::pair<unsigned, unsigned>, std::shared_ptr<const std::vector<int>>> m_sets;
+  std::map<unsigned, std::shared_ptr<const std::vector<int>>> m_distributions;
+  std::set<unsigned> m_unreadable;
 };
 
 // Whether the file of an open sim holds the group "sim". The root opens a
@@ -262,7 +285,8 @@ msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias
 
 }  // namespace
 
-bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why) {
+bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why,
+             const DdbReadOptions& options) {
   Capture capture;
   msfD_Root root(0);
   std::vector<std::string> said;
@@ -270,13 +294,13 @@ bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* wh
   if (!opened) return false;
   sim->name = "sim";
   sim->link = "#";
-  Reader(&capture, depth).Read(opened, sim, 0);
+  Reader(&capture, depth, options).Read(opened, sim, 0);
   sim->messages.insert(sim->messages.begin(), said.begin(), said.end());
   return true;
 }
 
 bool DdbReadLink(const std::string& path, const std::string& link, int depth, DdbObject* object,
-                 std::string* why) {
+                 std::string* why, const DdbReadOptions& options) {
   Capture capture;
   msfD_Root root(0);
   // A link that starts at a sim by alias names the alias the sim is opened under.
@@ -293,7 +317,7 @@ bool DdbReadLink(const std::string& path, const std::string& link, int depth, Dd
     return false;
   }
   object->link = link;
-  Reader(&capture, depth).Read(handle, object, 0);
+  Reader(&capture, depth, options).Read(handle, object, 0);
   return true;
 }
 
