@@ -545,8 +545,13 @@ TEST_F(DdbTool, FollowReprintsAtEachCommitUntilTheWriterCloses) {
 
   // No writer: one showing, as without --follow.
   Expect("info --follow " + File("a.sim"), 0, Ddb("info " + File("a.sim")).out);
-  Ran missing = Ddb("info --follow " + File("missing.sim"));
-  EXPECT_EQ(missing.status, 2);
+  const std::string err = File("follow_err.txt");
+  for (const char* command : {"info", "tree"}) {
+    Ran missing = Ddb(std::string(command) + " --follow " + File("missing.sim"), err);
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(ReadWholeFile(err), "ddb: no such file: " + File("missing.sim") + "\n");
+  }
 }
 
 }  // namespace

@@ -475,7 +475,9 @@ int Follow(const std::string& file, double interval, bool asJson,
   bool writing = false, writerSeen = false;
   for (int snapshot = 1;; ++snapshot) {
     if (!hdf_File::Watch(file.c_str(), &mark, &writing)) {
-      return CannotOpen("cannot open file " + file, asJson);
+      // Gone or never there: said as the command says it.
+      int status = show(asJson);
+      return status != kClean ? status : CannotOpen("cannot open file " + file, asJson);
     }
     if (snapshot > 1 && !asJson) {
       std::cout << "--- snapshot " << snapshot << " ---\n";
