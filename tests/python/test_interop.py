@@ -131,3 +131,21 @@ def test_follow_of_a_database_no_one_writes_yields_it_once(tmp_path):
     for interval in (0, -1, float("nan"), 3601):
         with pytest.raises(ValueError, match="interval must be a number of seconds"):
             ddb.follow(path, interval=interval)
+
+
+def test_the_readme_follow_example_runs_as_written(tmp_path):
+    """The README's ddb.follow loop, beside a writer of run.sim in the same folder."""
+    readme = Path(__file__).resolve().parents[2] / "README.md"
+    section = readme.read_text().split("\n## Python\n")[1]
+    start = section.index("```python\n", section.index("ddb.follow(path")) + 10
+    (tmp_path / "follow.py").write_text(section[start:section.index("\n```\n", start)])
+    writer = subprocess.Popen([sys.executable, "-c", WRITER, "run.sim"], cwd=tmp_path,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    try:
+        assert writer.stdout.readline() == "open\n", writer.stderr.read()
+        printed = subprocess.run([sys.executable, "follow.py"], cwd=tmp_path, capture_output=True,
+                                 text=True, timeout=60)
+    finally:
+        assert writer.wait(timeout=60) == 0, writer.stderr.read()
+    assert (printed.returncode, printed.stderr) == (0, "")
+    assert printed.stdout.splitlines()[-1] == "8 systems: ['s5', 's6', 's7']"
