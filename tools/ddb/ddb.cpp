@@ -7,7 +7,10 @@
 //   ddb dot FILE                       the object tree as a Graphviz graph
 //   ddb info FILE                      classes, counts, sizes, format, journal
 //
-// Every command takes --json. Databases are opened read-only, through the
+// Long arrays are summarised (ddb_arrays.h; --full shows them whole).
+// `info` and `tree` take --follow: they print again each time a writer's
+// commit lands and end when the writer closes the database. Every command
+// takes --json. Databases are opened read-only, through the
 // library, so what is shown is what a host sees; nothing is ever written.
 // Exit status: 0 clean or equal, 1 problems found or different, 2 the file
 // cannot be opened at all or the command line is wrong (then with the usage
@@ -17,14 +20,18 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "ddb_arrays.h"
 #include "ddb_reader.h"
 #include "frame/DDB_PDM_Core_version.h"
 #include "platform/hdf/hdf_File.h"
@@ -47,24 +54,31 @@ std::string VersionText() {
          std::to_string(release) + ")";
 }
 
-json ToJson(const DdbObject& o) {
+json ToJson(const DdbObject& o, bool full) {
   json j = {{"class", o.cls}, {"link", o.link}, {"name", o.name}};
   json values = json::object();
-  for (const auto& v : o.values) values[v.first] = v.second;
+  for (const auto& v : o.values) values[v.first] = DdbValueText(o, v.first, v.second, full);
   j["members"] = values;
   if (!o.messages.empty()) j["messages"] = o.messages;
   json children = json::array();
-  for (const DdbObject& c : o.children) children.push_back(ToJson(c));
+  for (const DdbObject& c : o.children) children.push_back(ToJson(c, full));
   j["children"] = children;
   return j;
 }
 
-void PrintTree(const DdbObject& o, int indent) {
+// The members of `o`, each on a line of its own after `pad`.
+void PrintValues(const DdbObject& o, const std::string& pad, bool full) {
+  for (const auto& v : o.values) {
+    std::cout << pad << v.first << " = " << DdbValueText(o, v.first, v.second, full) << "\n";
+  }
+}
+
+void PrintTree(const DdbObject& o, int indent, bool full) {
   std::string pad(static_cast<size_t>(indent) * 2, ' ');
   std::cout << pad << (o.name.empty() ? "sim" : o.name) << ": "
             << (o.cls.empty() ? "(none)" : o.cls) << "  " << o.link << "\n";
-  for (const auto& v : o.values) std::cout << pad << "  " << v.first << " = " << v.second << "\n";
-  for (const DdbObject& c : o.children) PrintTree(c, indent + 1);
+  PrintValues(o, pad + "  ", full);
+  for (const DdbObject& c : o.children) PrintTree(c, indent + 1, full);
 }
 
 int CannotOpen(const std::string& why, bool asJson) {
@@ -76,13 +90,26 @@ int CannotOpen(const std::string& why, bool asJson) {
   return kCannotOpen;
 }
 
-bool Read(const std::string& file, int depth, DdbObject* sim, std::string* why) {
+// The tool shows arrays itself (ddb_arrays.h); pictures and counts need no values.
+DdbReadOptions Shown() {
+  DdbReadOptions options;
+  options.arrayText = false;
+  return options;
+}
+DdbReadOptions Structure() {
+  DdbReadOptions options;
+  options.values = false;
+  return options;
+}
+
+bool Read(const std::string& file, int depth, DdbObject* sim, std::string* why,
+          const DdbReadOptions& options = Shown()) {
   struct stat info;
   if (stat(file.c_str(), &info) != 0) {
     *why = "no such file: " + file;
     return false;
   }
-  return DdbRead(file, depth, sim, why);
+  return DdbRead(file, depth, sim, why, options);
 }
 
 // --- check -------------------------------------------------------------------
@@ -91,10 +118,24 @@ struct Problem {
   std::string link, what;
 };
 
+// What a holder says when an object's group has an empty class identifier.
+bool SaysNoClass(const std::string& message) {
+  const std::string said = "::Open: class  is not registered";
+  return message.size() > said.size() &&
+         message.compare(message.size() - said.size(), said.size(), said) == 0;
+}
+
 void CollectProblems(const DdbObject& o, void* context) {
   auto* problems = static_cast<std::vector<Problem>*>(context);
-  if (o.cls.empty()) problems->push_back({o.link, "the object cannot be opened"});
-  for (const std::string& m : o.messages) problems->push_back({o.link, m});
+  bool noClass = false;
+  for (const std::string& m : o.messages) noClass = noClass || SaysNoClass(m);
+  if (o.cls.empty()) {
+    problems->push_back({o.link, noClass ? "the object cannot be opened: no class identifier"
+                                         : "the object cannot be opened"});
+  }
+  for (const std::string& m : o.messages) {
+    if (!SaysNoClass(m)) problems->push_back({o.link, m});
+  }
   for (const std::string& u : o.undecoded) {
     problems->push_back({o.link, "the members record stops decoding " + u});
   }
@@ -113,7 +154,10 @@ int Check(const std::string& file, bool asJson) {
   if (!Read(file, -1, &sim, &why)) return CannotOpen(why, asJson);
   if (tty) std::cerr << std::string(40, ' ') << "\r" << std::flush;
   std::vector<Problem> problems;
-  if (hdf_File::JournalPending(file.c_str())) {
+  unsigned long long mark = 0;
+  bool writing = false;
+  hdf_File::Watch(file.c_str(), &mark, &writing);
+  if (!writing && hdf_File::JournalPending(file.c_str())) {
     problems.push_back({"#", "a journal is pending: the database was not closed by the library"});
   }
   DdbVisit(sim, &CollectProblems, &problems);
@@ -135,6 +179,21 @@ struct Tolerances {
   std::map<std::string, double> absByName, relByName;
 };
 
+// The tolerances of the member `name` ("alpha", "nodeSets[all]").
+struct Within {
+  double abs, rel;
+  Within(const std::string& name, const Tolerances& t) {
+    std::string base = name.substr(0, name.find('['));
+    abs = t.absByName.count(base) ? t.absByName.at(base) : t.abs;
+    rel = t.relByName.count(base) ? t.relByName.at(base) : t.rel;
+  }
+  static bool Same(double x, double y, const void* self) {
+    const Within& w = *static_cast<const Within*>(self);
+    double d = std::fabs(x - y);
+    return d <= w.abs || d <= w.rel * std::max(std::fabs(x), std::fabs(y));
+  }
+};
+
 // Numbers compare within the tolerances; anything else exactly.
 bool Same(const std::string& name, const std::string& a, const std::string& b,
           const Tolerances& t) {
@@ -143,89 +202,181 @@ bool Same(const std::string& name, const std::string& a, const std::string& b,
   char* endB = nullptr;
   double x = std::strtod(a.c_str(), &endA), y = std::strtod(b.c_str(), &endB);
   if (a.empty() || b.empty() || *endA != '\0' || *endB != '\0') return false;
-  std::string base = name.substr(0, name.find('['));
-  double abs = t.absByName.count(base) ? t.absByName.at(base) : t.abs;
-  double rel = t.relByName.count(base) ? t.relByName.at(base) : t.rel;
-  double d = std::fabs(x - y);
-  return d <= abs || d <= rel * std::max(std::fabs(x), std::fabs(y));
+  Within within(name, t);
+  return Within::Same(x, y, &within);
 }
 
-void Compare(const DdbObject& a, const DdbObject& b, const Tolerances& t, json* out) {
-  if (a.cls != b.cls)
-    out->push_back({{"link", a.link}, {"member", "class"}, {"first", a.cls}, {"second", b.cls}});
+// One difference: what --json prints, and the object in one file only.
+struct Found {
+  json what;
+  const DdbObject* only = nullptr;
+};
+
+json Difference(const std::string& link, const std::string& member, const std::string& first,
+                const std::string& second) {
+  return {{"link", link}, {"member", member}, {"first", first}, {"second", second}};
+}
+
+// An array in both files: counts, the values that differ, the first of them.
+void CompareArrays(const DdbObject& a, const DdbObject& b, const std::string& name,
+                   const Tolerances& t, std::vector<Found>* out) {
+  const DdbArray &x = a.arrays.at(name), &y = b.arrays.at(name);
+  Within within(name, t);
+  DdbArrayDifference d = DdbCompareArrays(x, y, &Within::Same, &within);
+  if (!d.Any()) return;
+  json j = Difference(a.link, name, DdbArrayText(x, false), DdbArrayText(y, false));
+  j["counts"] = {x.items->size(), y.items->size()};
+  j["differing"] = d.differing;
+  if (d.differing > 0) {
+    j["first_index"] = d.first;
+    j["values_at_first_index"] = {d.a, d.b};
+  }
+  j["text"] = DdbDifferenceText(x, y, d);
+  out->push_back({j});
+}
+
+void Compare(const DdbObject& a, const DdbObject& b, const Tolerances& t, bool full,
+             std::vector<Found>* out) {
+  if (a.cls != b.cls) out->push_back({Difference(a.link, "class", a.cls, b.cls)});
   std::map<std::string, std::string> first(a.values.begin(), a.values.end());
   std::map<std::string, std::string> second(b.values.begin(), b.values.end());
   for (const auto& v : first) {
     auto w = second.find(v.first);
-    std::string other = w == second.end() ? "(absent)" : w->second;
-    if (w == second.end() || !Same(v.first, v.second, other, t)) {
-      out->push_back(
-          {{"link", a.link}, {"member", v.first}, {"first", v.second}, {"second", other}});
+    if (w != second.end() && a.arrays.count(v.first) && b.arrays.count(v.first)) {
+      CompareArrays(a, b, v.first, t, out);
+    } else if (w == second.end() || !Same(v.first, v.second, w->second, t)) {
+      out->push_back({Difference(
+          a.link, v.first, DdbValueText(a, v.first, v.second, full),
+          w == second.end() ? "(absent)" : DdbValueText(b, w->first, w->second, full))});
     }
   }
   for (const auto& w : second) {
     if (!first.count(w.first)) {
       out->push_back(
-          {{"link", a.link}, {"member", w.first}, {"first", "(absent)"}, {"second", w.second}});
+          {Difference(a.link, w.first, "(absent)", DdbValueText(b, w.first, w.second, full))});
     }
   }
   size_t n = std::max(a.children.size(), b.children.size());
   for (size_t i = 0; i < n; ++i) {
     if (i >= a.children.size() || i >= b.children.size()) {
+      // An object in one file only, shown whole.
       const DdbObject& only = i < a.children.size() ? a.children[i] : b.children[i];
-      out->push_back({{"link", only.link},
-                      {"member", "(object)"},
-                      {"first", i < a.children.size() ? only.cls : "(absent)"},
-                      {"second", i < b.children.size() ? only.cls : "(absent)"}});
+      json j = Difference(only.link, "(object)", i < a.children.size() ? only.cls : "(absent)",
+                          i < b.children.size() ? only.cls : "(absent)");
+      j["object"] = ToJson(only, full);
+      out->push_back({j, &only});
       continue;
     }
-    Compare(a.children[i], b.children[i], t, out);
+    Compare(a.children[i], b.children[i], t, full, out);
   }
 }
 
-bool ParseTolerances(const std::vector<std::string>& specs, double* all,
-                     std::map<std::string, double>* byName) {
+// The object a difference names, when it is in one file only: its members
+// and the objects below it, as `tree` shows them, indented under the line.
+void PrintObjectOnly(const DdbObject& o, bool full) {
+  PrintValues(o, "  ", full);
+  for (const DdbObject& c : o.children) PrintTree(c, 1, full);
+}
+
+// The letters of a name, in lower case: "propertyevaluation" for both
+// "propertyEvaluation" and the Python module's "property_evaluation".
+std::string Letters(const std::string& name) {
+  std::string letters;
+  for (char c : name) {
+    if (c != '_') letters += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return letters;
+}
+
+// Reads --abs or --rel: "X" for every member, "NAME=X" for one. False with
+// *why when a value is not a finite non-negative number or NAME is no
+// member's name.
+bool ParseTolerances(const char* option, const std::vector<std::string>& specs, double* all,
+                     std::map<std::string, double>* byName, std::string* why) {
+  static const std::vector<std::string> names = DdbValueNames();
   for (const std::string& s : specs) {
     size_t eq = s.find('=');
     char* end = nullptr;
     std::string number = eq == std::string::npos ? s : s.substr(eq + 1);
     double value = std::strtod(number.c_str(), &end);
-    if (number.empty() || *end != '\0' || value < 0) return false;
+    if (number.empty() || *end != '\0' || !std::isfinite(value) || value < 0) {
+      *why = std::string(option) + " " + s +
+             ": a tolerance is a finite non-negative number, or NAME=number";
+      return false;
+    }
     if (eq == std::string::npos) {
       *all = value;
-    } else {
-      (*byName)[s.substr(0, eq)] = value;
+      continue;
     }
+    std::string name = s.substr(0, eq);
+    if (!std::binary_search(names.begin(), names.end(), name)) {
+      *why = std::string(option) + " " + s + ": no member is named " + name;
+      for (const std::string& n : names) {
+        if (Letters(n) == Letters(name)) *why += " (the tool's name is " + n + ")";
+      }
+      *why += "; the names are";
+      for (const std::string& n : names) *why += (&n == &names.front() ? " " : ", ") + n;
+      return false;
+    }
+    (*byName)[name] = value;
   }
   return true;
 }
 
 // --- dot and info ----------------------------------------------------------------
 
-void Dot(const DdbObject& o, const std::string& id, std::ostream& out) {
-  std::string label = (o.name.empty() ? "sim" : o.name) + "\\n" + o.cls;
-  out << "  \"" << id << "\" [label=\"" << label << "\""
-      << (o.messages.empty() ? "" : ", color=red") << "];\n";
-  for (size_t i = 0; i < o.children.size(); ++i) {
-    std::string child = id + "/" + std::to_string(i);
-    out << "  \"" << id << "\" -> \"" << child << "\";\n";
-    Dot(o.children[i], child, out);
-  }
+// Arrays of more elements than this are drawn as one node: Graphviz lays
+// out a graph of thousands of nodes slowly and as an unreadable strip.
+constexpr size_t kDotElements = 4;
+
+void CountClasses(const DdbObject& o, void* context) {
+  (*static_cast<std::map<std::string, int>*>(context))[o.cls.empty() ? "(none)" : o.cls]++;
 }
 
-// The file format, from the superblock's version: -1 when HDF5 cannot tell
-// (a pending journal: the file alone may not be the committed state).
-int SuperblockVersion(const std::string& file) {
-  if (hdf_File::JournalPending(file.c_str())) return -1;
-  int version = -1;
-  H5E_BEGIN_TRY {
-    hid_t f = H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
-    H5F_info2_t info;
-    if (f >= 0 && H5Fget_info2(f, &info) >= 0) version = static_cast<int>(info.super.version);
-    if (f >= 0) H5Fclose(f);
+void AnyMessages(const DdbObject& o, void* context) {
+  *static_cast<bool*>(context) |= !o.messages.empty() || !o.undecoded.empty();
+}
+
+// The array member a child is an element of ("systems" of "systems[2]"),
+// "" for a sub-object.
+std::string ArrayOf(const DdbObject& child) {
+  size_t bracket = child.name.find('[');
+  return bracket == std::string::npos ? "" : child.name.substr(0, bracket);
+}
+
+void DotNode(const std::string& id, const std::string& label, bool problems, std::ostream& out) {
+  out << "  \"" << id << "\" [label=\"" << label << "\"" << (problems ? ", color=red" : "")
+      << "];\n";
+}
+
+void Dot(const DdbObject& o, const std::string& id, std::ostream& out) {
+  DotNode(id, (o.name.empty() ? "sim" : o.name) + "\\n" + o.cls, !o.messages.empty(), out);
+  for (size_t i = 0; i < o.children.size();) {
+    std::string array = ArrayOf(o.children[i]);
+    size_t end = i + 1;
+    while (!array.empty() && end < o.children.size() && ArrayOf(o.children[end]) == array) ++end;
+    if (end - i <= kDotElements) {
+      for (; i < end; ++i) {
+        std::string child = id + "/" + std::to_string(i);
+        out << "  \"" << id << "\" -> \"" << child << "\";\n";
+        Dot(o.children[i], child, out);
+      }
+      continue;
+    }
+    // The elements of one array, with the classes of the objects they hold.
+    std::map<std::string, int> classes;
+    bool problems = false;
+    for (size_t k = i; k < end; ++k) {
+      CountClasses(o.children[k], &classes);
+      DdbVisit(o.children[k], &AnyMessages, &problems);
+    }
+    std::string label = array + "\\n" + std::to_string(end - i) + " elements";
+    for (const auto& c : classes) label += "\\n" + std::to_string(c.second) + " x " + c.first;
+    std::string child = id + "/" + array;
+    out << "  \"" << id << "\" -> \"" << child << "\";\n";
+    DotNode(child, label, problems, out);
+    i = end;
   }
-  H5E_END_TRY;
-  return version;
 }
 
 const char* FormatName(int superblock) {
@@ -242,8 +393,111 @@ const char* FormatName(int superblock) {
   }
 }
 
-void CountClasses(const DdbObject& o, void* context) {
-  (*static_cast<std::map<std::string, int>*>(context))[o.cls.empty() ? "(none)" : o.cls]++;
+// Prints what `info` says of `file`; the exit status.
+int Info(const std::string& file, bool asJson, bool oneLine) {
+  DdbObject root;
+  std::string why;
+  if (!Read(file, -1, &root, &why, Structure())) return CannotOpen(why, asJson);
+  std::map<std::string, int> classes;
+  DdbVisit(root, &CountClasses, &classes);
+  int objects = 0;
+  for (const auto& c : classes) objects += c.second;
+  struct stat st;
+  stat(file.c_str(), &st);
+  unsigned long long mark = 0;
+  bool writing = false;
+  hdf_File::Watch(file.c_str(), &mark, &writing);
+  bool pending = !writing && hdf_File::JournalPending(file.c_str());
+  unsigned majorVersion = 0, minorVersion = 0, release = 0;
+  H5get_libversion(&majorVersion, &minorVersion, &release);
+  int superblock = DdbSuperblockVersion(file);
+  if (asJson) {
+    std::cout << json{{"file", file},
+                      {"bytes", static_cast<long long>(st.st_size)},
+                      {"objects", objects},
+                      {"classes", classes},
+                      {"bytes_per_object", objects > 0 ? st.st_size / objects : 0},
+                      {"superblock_version", superblock},
+                      {"journal_pending", pending},
+                      {"writer_open", writing}}
+                     .dump(oneLine ? -1 : 2)
+              << "\n";
+  } else {
+    std::cout << file << "\n  " << st.st_size << " bytes, " << objects << " objects, "
+              << (objects > 0 ? st.st_size / objects : 0) << " bytes per object\n";
+    for (const auto& c : classes) std::cout << "  " << c.second << " x " << c.first << "\n";
+    std::cout << "  HDF5 superblock version " << superblock << ": " << FormatName(superblock)
+              << "; read with HDF5 " << majorVersion << "." << minorVersion << "." << release
+              << "\n  journal "
+              << (writing   ? "in use: a writer has the database open"
+                  : pending ? "pending: open once with the library"
+                            : "none")
+              << "\n";
+  }
+  return kClean;
+}
+
+// Prints what `tree` or `get` says: the object `link` names (the sim when
+// empty) and `depth` levels below it; the exit status.
+int Tree(const std::string& file, const std::string& link, int depth, bool asJson, bool full,
+         bool oneLine) {
+  DdbObject root;
+  std::string why;
+  if (!link.empty()) {
+    struct stat st;
+    if (stat(file.c_str(), &st) != 0) return CannotOpen("no such file: " + file, asJson);
+    if (!DdbReadLink(file, link, depth, &root, &why, Shown())) {
+      if (why.rfind("link ", 0) == 0) {
+        std::cerr << "ddb: " << why << "\n";
+        return kProblems;
+      }
+      return CannotOpen(why, asJson);
+    }
+  } else if (!Read(file, depth, &root, &why)) {
+    return CannotOpen(why, asJson);
+  }
+  if (asJson) {
+    std::cout << ToJson(root, full).dump(oneLine ? -1 : 2) << "\n";
+  } else {
+    PrintTree(root, 0, full);
+  }
+  return kClean;
+}
+
+// Shows `file` with show(oneLine) now, and again each time a commit lands,
+// looking every `interval` seconds, until no writer has it open. Before
+// each showing after the first a line "--- snapshot N ---"; at the end, when
+// a writer had it open, "--- the writer closed the database ---". With --json each showing is
+// one line of JSON and nothing else is printed.
+int Follow(const std::string& file, double interval, bool asJson,
+           const std::function<int(bool)>& show) {
+  unsigned long long shown = 0, mark = 0;
+  bool writing = false, writerSeen = false;
+  for (int snapshot = 1;; ++snapshot) {
+    if (!hdf_File::Watch(file.c_str(), &mark, &writing)) {
+      // Gone or never there: said as the command says it.
+      int status = show(asJson);
+      return status != kClean ? status : CannotOpen("cannot open file " + file, asJson);
+    }
+    if (snapshot > 1 && !asJson) {
+      std::cout << "--- snapshot " << snapshot << " ---\n";
+    }
+    shown = mark;
+    int status = show(asJson);
+    std::cout << std::flush;
+    if (status != kClean) return status;
+    writerSeen = writerSeen || writing;
+    // Waits for a commit or for the writer to close.
+    while (writing && mark == shown) {
+      usleep(static_cast<useconds_t>(interval * 1e6));
+      if (!hdf_File::Watch(file.c_str(), &mark, &writing)) {
+        return CannotOpen("cannot open file " + file, asJson);
+      }
+    }
+    if (mark == shown) break;  // the writer closed after the state shown
+  }
+  if (writerSeen && !asJson) std::cout << "--- the writer closed the database ---\n";
+  return kClean;
 }
 
 }  // namespace
@@ -256,10 +510,11 @@ int main(int argc, char** argv) {
   app.name("ddb");
   app.require_subcommand(1);
   app.set_version_flag("--version", VersionText(), "print the library's version");
-  bool asJson = false;
+  bool asJson = false, full = false, follow = false;
   app.add_flag("--json", asJson, "print JSON for scripts");
   std::string file, file2, link;
   int depth = -1;
+  double interval = 0.1;
   bool quiet = false;
   std::vector<std::string> absSpecs, relSpecs;
 
@@ -285,6 +540,17 @@ int main(int argc, char** argv) {
   for (CLI::App* sub : {tree, get, check, diff, dot, info}) {
     sub->add_flag("--json", asJson, "print JSON for scripts");
   }
+  for (CLI::App* sub : {tree, get, diff}) {
+    sub->add_flag("--full", full,
+                  "print arrays whole (longer than " + std::to_string(kDdbShownValues) +
+                      " values they are summarised)");
+  }
+  for (CLI::App* sub : {tree, info}) {
+    sub->add_flag("--follow", follow,
+                  "print again each time a commit lands; end when the writer closes");
+    sub->add_option("--interval", interval, "seconds between looks for a commit (default 0.1)")
+        ->check(CLI::Range(0.001, 3600.0));
+  }
   if (argc == 2 && std::string(argv[1]) == "help") {
     std::cout << app.help();
     return kClean;
@@ -298,34 +564,25 @@ int main(int argc, char** argv) {
   }
 
   if (*check) return Check(file, asJson);
+  if (*tree || *get) {
+    auto show = [&](bool oneLine) {
+      return Tree(file, link, *get ? 0 : depth, asJson, full, oneLine);
+    };
+    return follow ? Follow(file, interval, asJson, show) : show(false);
+  }
+  if (*info) {
+    auto show = [&](bool oneLine) { return Info(file, asJson, oneLine); };
+    return follow ? Follow(file, interval, asJson, show) : show(false);
+  }
 
   DdbObject root;
   std::string why;
-  if (*get || (*tree && !link.empty())) {
-    struct stat st;
-    if (stat(file.c_str(), &st) != 0) return CannotOpen("no such file: " + file, asJson);
-    if (!DdbReadLink(file, link, *get ? 0 : depth, &root, &why)) {
-      if (why.rfind("link ", 0) == 0) {
-        std::cerr << "ddb: " << why << "\n";
-        return kProblems;
-      }
+  if (*dot) {
+    if (!Read(file, -1, &root, &why, asJson ? Shown() : Structure())) {
       return CannotOpen(why, asJson);
     }
-  } else if (!Read(file, *tree ? depth : -1, &root, &why)) {
-    return CannotOpen(why, asJson);
-  }
-
-  if (*tree || *get) {
     if (asJson) {
-      std::cout << ToJson(root).dump(2) << "\n";
-    } else {
-      PrintTree(root, 0);
-    }
-    return kClean;
-  }
-  if (*dot) {
-    if (asJson) {
-      std::cout << ToJson(root).dump(2) << "\n";
+      std::cout << ToJson(root, full).dump(2) << "\n";
       return kClean;
     }
     std::cout << "digraph database {\n  node [shape=box];\n";
@@ -333,59 +590,32 @@ int main(int argc, char** argv) {
     std::cout << "}\n";
     return kClean;
   }
-  if (*info) {
-    std::map<std::string, int> classes;
-    DdbVisit(root, &CountClasses, &classes);
-    int objects = 0;
-    for (const auto& c : classes) objects += c.second;
-    struct stat st;
-    stat(file.c_str(), &st);
-    bool pending = hdf_File::JournalPending(file.c_str());
-    unsigned majorVersion = 0, minorVersion = 0, release = 0;
-    H5get_libversion(&majorVersion, &minorVersion, &release);
-    int superblock = SuperblockVersion(file);
-    if (asJson) {
-      std::cout << json{{"file", file},
-                        {"bytes", static_cast<long long>(st.st_size)},
-                        {"objects", objects},
-                        {"classes", classes},
-                        {"bytes_per_object", objects > 0 ? st.st_size / objects : 0},
-                        {"superblock_version", superblock},
-                        {"journal_pending", pending}}
-                       .dump(2)
-                << "\n";
-    } else {
-      std::cout << file << "\n  " << st.st_size << " bytes, " << objects << " objects, "
-                << (objects > 0 ? st.st_size / objects : 0) << " bytes per object\n";
-      for (const auto& c : classes) std::cout << "  " << c.second << " x " << c.first << "\n";
-      std::cout << "  HDF5 superblock version " << superblock << ": " << FormatName(superblock)
-                << "; read with HDF5 " << majorVersion << "." << minorVersion << "." << release
-                << "\n  journal " << (pending ? "pending: open once with the library" : "none")
-                << "\n";
-    }
-    return kClean;
-  }
   // diff
   Tolerances t;
-  if (!ParseTolerances(absSpecs, &t.abs, &t.absByName) ||
-      !ParseTolerances(relSpecs, &t.rel, &t.relByName)) {
-    std::cerr << "ddb: a tolerance is a non-negative number, or NAME=number\n"
-              << kUsageLine << "\n";
+  if (!ParseTolerances("--abs", absSpecs, &t.abs, &t.absByName, &why) ||
+      !ParseTolerances("--rel", relSpecs, &t.rel, &t.relByName, &why)) {
+    std::cerr << "ddb: " << why << "\n" << kUsageLine << "\n";
     return kUsage;
   }
+  if (!Read(file, -1, &root, &why)) return CannotOpen(why, asJson);
   DdbObject other;
   if (!Read(file2, -1, &other, &why)) return CannotOpen(why, asJson);
-  json differences = json::array();
-  Compare(root, other, t, &differences);
+  std::vector<Found> differences;
+  Compare(root, other, t, full, &differences);
   if (!quiet) {
     if (asJson) {
-      std::cout << json{{"first", file}, {"second", file2}, {"differences", differences}}.dump(2)
-                << "\n";
+      json list = json::array();
+      for (const Found& f : differences) list.push_back(f.what);
+      std::cout << json{{"first", file}, {"second", file2}, {"differences", list}}.dump(2) << "\n";
     } else {
-      for (const json& d : differences) {
+      for (const Found& f : differences) {
+        const json& d = f.what;
         std::cout << d["link"].get<std::string>() << " " << d["member"].get<std::string>() << ": "
-                  << d["first"].get<std::string>() << " | " << d["second"].get<std::string>()
+                  << (d.contains("text")
+                          ? d["text"].get<std::string>()
+                          : d["first"].get<std::string>() + " | " + d["second"].get<std::string>())
                   << "\n";
+        if (f.only != nullptr) PrintObjectOnly(*f.only, full);
       }
     }
   }

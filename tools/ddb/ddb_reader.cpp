@@ -2,10 +2,29 @@
 
 #include <DDB_PDM_Core.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <map>
+#include <memory>
+#include <set>
 
 namespace {
+
+// What a members stream's error number means (gbb_MemoryStream::Error), as
+// a reader meets it.
+std::string StreamError(int status) {
+  switch (status) {
+    case gbb_MemoryStream::ErrorTagMismatch:
+      return "a type tag that does not match";
+    case gbb_MemoryStream::ErrorOverrun:
+      return "the bytes end inside a value";
+    case gbb_MemoryStream::ErrorForeignID:
+      return "an identifier longer than 64 bytes";
+    default:
+      return "an unknown error";
+  }
+}
 
 std::string Ints(const std::vector<int>& values) {
   std::string text;
@@ -46,7 +65,8 @@ class Capture {
 // that what the library prints while reading an object stays with it.
 class Reader {
  public:
-  Reader(Capture* capture, int depth) : m_capture(capture), m_depth(depth) {}
+  Reader(Capture* capture, int depth, const DdbReadOptions& options)
+      : m_capture(capture), m_depth(depth), m_options(options) {}
 
   // Reads the object `handle` designates into *o, and the objects below it
   // down to the reader's depth; `level` is o's level below where reading began.
@@ -83,7 +103,7 @@ class Reader {
     }
     template <class T>
     void Simple(const gbb_MemberInfo& member, const T& value) {
-      Value(m_o, member.name, value);
+      if (m_reader->m_options.values) m_reader->Value(m_o, member.name, value);
     }
     template <class S>
     void Subobject(const gbb_MemberInfo& member, const S& object) {
@@ -95,7 +115,7 @@ class Reader {
     }
     template <class A>
     void Array(const gbb_MemberInfo& member, const A& array) {
-      Value(m_o, member.name, array.count());
+      m_reader->Value(m_o, member.name, array.count());
       std::string name = member.name;
       m_below.push_back([this, array, name] {
         for (int i = 0; i < array.count(); ++i) {
@@ -138,7 +158,8 @@ class Reader {
     for (int i = 0; i < n; ++i) {
       o->undecoded.push_back("at byte " + std::to_string(failures[i].offset) + " (" +
                              failures[i].implName + ", stream error " +
-                             std::to_string(failures[i].status) + ")");
+                             std::to_string(failures[i].status) + ": " +
+                             StreamError(failures[i].status) + ")");
     }
   }
   bool Deeper(int level) const { return m_depth < 0 || level <= m_depth; }
@@ -147,60 +168,80 @@ class Reader {
   static void Put(DdbObject* o, const std::string& name, const std::string& value) {
     o->values.emplace_back(name, value);
   }
-  static void Value(DdbObject* o, const std::string& name, int v) {
-    Put(o, name, std::to_string(v));
+  void PutArray(DdbObject* o, const std::string& name, const std::string& head,
+                std::shared_ptr<const std::vector<int>> items) {
+    Put(o, name, m_options.arrayText ? head + " [" + Ints(*items) + "]" : head);
+    o->arrays[name] = DdbArray{head, std::move(items)};
   }
-  static void Value(DdbObject* o, const std::string& name, double v) {
+  void Value(DdbObject* o, const std::string& name, int v) { Put(o, name, std::to_string(v)); }
+  void Value(DdbObject* o, const std::string& name, double v) {
     char text[32];
     snprintf(text, sizeof text, "%.17g", v);
     Put(o, name, text);
   }
-  static void Value(DdbObject* o, const std::string& name, const ada_string& v) {
+  void Value(DdbObject* o, const std::string& name, const ada_string& v) {
     Put(o, name, std::string("\"") + (v.cStr() != nullptr ? v.cStr() : "") + "\"");
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimCollectionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     Put(o, name,
         "collection " + std::to_string(id.CollectionMinor()) + " of " +
             std::to_string(QELSimCollectionRef(id).Size()));
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimCSetID id) {
     if (!id.IsValid()) return Put(o, name, "-");
-    QELSimCSet set(id);
-    std::vector<int> members(static_cast<size_t>(set.Size()) + 1);
-    set.OrderedMembers(members.data());
-    members.pop_back();
-    Put(o, name,
-        "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor()) +
-            " [" + Ints(members) + "]");
+    std::string head =
+        "set " + std::to_string(id.CollectionMinor()) + "/" + std::to_string(id.CSetMinor());
+    auto& items = m_sets[{id.CollectionMinor(), id.CSetMinor()}];
+    if (!items) {
+      QELSimCSet set(id);
+      auto members = std::make_shared<std::vector<int>>(static_cast<size_t>(set.Size()) + 1);
+      set.OrderedMembers(members->data());
+      members->pop_back();
+      items = members;
+    }
+    PutArray(o, name, head, items);
   }
-  static void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
+  void Value(DdbObject* o, const std::string& name, QELSimDistributionID id) {
     if (!id.IsValid()) return Put(o, name, "-");
     std::string label = "distribution " + std::to_string(id.DistributionMinor());
-    QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
-    QELSimDistributionRef(id).QueryDrawers(drawers);
-    if (drawers.Size() != 1 || drawers[0].NumDimensions() != 1) {
+    auto& items = m_distributions[id.DistributionMinor()];
+    if (!items) items = ReadInts(id);
+    if (items->empty() && m_unreadable.count(id.DistributionMinor())) {
       return Put(o, name, label + " unreadable");
     }
-    std::vector<int> values(static_cast<size_t>(drawers[0].DataSizeItems(0)) + 1);
-    QELSimTransfer t(id);
-    t.SetRead();
-    t.SetBufferPadding(false);
-    t.SetDim(0, drawers[0].DimensionSets()[0]);
-    t.SetBuffer(0, values.data(), (values.size() - 1) * sizeof(int));
-    bool read = t.ExecRead();
-    values.pop_back();
-    Put(o, name, read ? label + " [" + Ints(values) + "]" : label + " unreadable");
+    PutArray(o, name, label, items);
+  }
+  // The values of a one-dimensional distribution; none, and the
+  // distribution counted unreadable, when they cannot be read.
+  std::shared_ptr<const std::vector<int>> ReadInts(QELSimDistributionID id) {
+    QELSimArray<QELSimPersistentDrawerDesc> drawers(1);
+    QELSimDistributionRef(id).QueryDrawers(drawers);
+    auto values = std::make_shared<std::vector<int>>();
+    if (drawers.Size() == 1 && drawers[0].NumDimensions() == 1) {
+      values->resize(static_cast<size_t>(drawers[0].DataSizeItems(0)) + 1);
+      QELSimTransfer t(id);
+      t.SetRead();
+      t.SetBufferPadding(false);
+      t.SetDim(0, drawers[0].DimensionSets()[0]);
+      t.SetBuffer(0, values->data(), (values->size() - 1) * sizeof(int));
+      if (t.ExecRead()) {
+        values->pop_back();
+        return values;
+      }
+    }
+    m_unreadable.insert(id.DistributionMinor());
+    return std::make_shared<std::vector<int>>();
   }
   template <class T>
-  static void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
+  void Value(DdbObject* o, const std::string& name, const ada_MapString<T>& map) {
     ada_MapStringIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + (it.key().cStr() != nullptr ? it.key().cStr() : "") + "]", it.value());
     }
   }
   template <class T>
-  static void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
+  void Value(DdbObject* o, const std::string& name, const ada_MapInt<T>& map) {
     ada_MapIntIterator<T> it(map);
     for (it.first(); !it.isDone(); it.next()) {
       Value(o, name + "[" + std::to_string(it.key()) + "]", it.value());
@@ -209,6 +250,11 @@ class Reader {
 
   Capture* m_capture;
   int m_depth;
+  DdbReadOptions m_options;
+  // The arrays read so far, by identifier: objects that share one read it once.
+  std::map<std::pair<unsigned, unsigned>, std::shared_ptr<const std::vector<int>>> m_sets;
+  std::map<unsigned, std::shared_ptr<const std::vector<int>>> m_distributions;
+  std::set<unsigned> m_unreadable;
 };
 
 // Whether the file of an open sim holds the group "sim". The root opens a
@@ -239,7 +285,8 @@ msfD_Sim Open(msfD_Root& root, const std::string& path, const std::string& alias
 
 }  // namespace
 
-bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why) {
+bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* why,
+             const DdbReadOptions& options) {
   Capture capture;
   msfD_Root root(0);
   std::vector<std::string> said;
@@ -247,13 +294,13 @@ bool DdbRead(const std::string& path, int depth, DdbObject* sim, std::string* wh
   if (!opened) return false;
   sim->name = "sim";
   sim->link = "#";
-  Reader(&capture, depth).Read(opened, sim, 0);
+  Reader(&capture, depth, options).Read(opened, sim, 0);
   sim->messages.insert(sim->messages.begin(), said.begin(), said.end());
   return true;
 }
 
 bool DdbReadLink(const std::string& path, const std::string& link, int depth, DdbObject* object,
-                 std::string* why) {
+                 std::string* why, const DdbReadOptions& options) {
   Capture capture;
   msfD_Root root(0);
   // A link that starts at a sim by alias names the alias the sim is opened under.
@@ -270,8 +317,48 @@ bool DdbReadLink(const std::string& path, const std::string& link, int depth, Dd
     return false;
   }
   object->link = link;
-  Reader(&capture, depth).Read(handle, object, 0);
+  Reader(&capture, depth, options).Read(handle, object, 0);
   return true;
+}
+
+namespace {
+
+// Collects the names of the members each class shows as values.
+struct ValueNames {
+  template <class... X>
+  void Add(gbb_ClassList<X...>) {
+    (AddClass(gbb_Reflection<X>::kMembers, gbb_Reflection<X>::kCount), ...);
+  }
+  void AddClass(const gbb_MemberInfo* members, int count) {
+    for (int i = 0; i < count; ++i) {
+      gbb_MemberKind kind = members[i].kind;
+      if (kind == gbb_MemberKind::kValue || kind == gbb_MemberKind::kIdentifier ||
+          kind == gbb_MemberKind::kMap || kind == gbb_MemberKind::kArray) {
+        names.push_back(members[i].name);
+      }
+    }
+  }
+  std::vector<std::string> names;
+};
+
+}  // namespace
+
+std::vector<std::string> DdbValueNames() {
+  ValueNames collect;
+  collect.Add(gbb_Reflection<msfD_Sim>::Classes());
+  std::sort(collect.names.begin(), collect.names.end());
+  collect.names.erase(std::unique(collect.names.begin(), collect.names.end()), collect.names.end());
+  return collect.names;
+}
+
+int DdbSuperblockVersion(const std::string& path) {
+  Capture capture;  // what opening says belongs to the tool's other reads
+  hdf_File file = hdf_File::Open(path.c_str(), hdf_File::ReadOnly);
+  if (!file.IsValid()) return -1;
+  H5F_info2_t info;
+  int version = H5Fget_info2(file.Id(), &info) >= 0 ? static_cast<int>(info.super.version) : -1;
+  file.Close();
+  return version;
 }
 
 void DdbVisit(const DdbObject& root, void (*visit)(const DdbObject&, void*), void* context) {
