@@ -1,6 +1,7 @@
 // The HDF5 wrapper: round trips, value semantics and closing, and the one
 // line each failure prints (HDF5's own error stack never shows); and the
-// platform core beneath it: the error stream and the reference-counted string.
+// platform core beneath it: the error stream, its captures and the
+// reference-counted string.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/core/aio_capture.h"
 #include "platform/core/aio_ostream.h"
 #include "platform/core/cow_String.h"
 #include "platform/hdf/hdf.h"
@@ -338,6 +340,46 @@ TEST(AioOstream, LongOutputPassesThroughWhole) {
   std::string big(10000, 'x');
   aio_cerr.print("<").print(big.c_str()).print(">\n");
   EXPECT_EQ(err.Text(), "<" + big + ">\n");
+}
+
+// Captures nest: each takes what is printed while it is the innermost, and
+// its end hands the stream back to exactly the sink it replaced (another
+// capture, a sink of someone else's, in the end the file descriptor).
+TEST(AioCapture, NestedCapturesHandTheStreamBackToWhatTheyReplaced) {
+  aio_ostream stream(2);
+  std::string below;
+  aio_SinkFunction append = [](void* to, const char* bytes, int count) {
+    static_cast<std::string*>(to)->append(bytes, static_cast<size_t>(count));
+  };
+  stream.SetSink(append, &below);
+  stream.print("pending");  // not this capture's: flushed where it was going
+  {
+    aio_Capture outer(stream);
+    EXPECT_EQ(below, "pending");
+    stream.print("outer 1\n");
+    {
+      aio_Capture inner(stream);
+      stream.print("inner\n");
+      EXPECT_EQ(outer.Text(), "outer 1\n");
+      EXPECT_EQ(inner.Take(), "inner\n");
+      stream.print("inner again\n");
+      EXPECT_EQ(inner.Text(), "inner again\n");
+    }
+    stream.print("outer 2\n");
+    EXPECT_EQ(outer.Take(), "outer 1\nouter 2\n");
+    stream.print("outer 3\n");
+  }
+  EXPECT_EQ(stream.Sink(), append);
+  EXPECT_EQ(stream.SinkContext(), &below);
+  stream.print("below\n");
+  EXPECT_EQ(below, "pendingbelow\n");
+  stream.SetSink(nullptr, nullptr);
+  {
+    CaptureErr err;  // the tests' name for the same capture, on aio_cerr
+    EXPECT_NE(aio_cerr.Sink(), nullptr);
+  }
+  EXPECT_EQ(aio_cerr.Sink(), nullptr);
+  EXPECT_EQ(aio_cerr.SinkContext(), nullptr);
 }
 
 TEST(CowString, CopiesShareAndCompareByContent) {
