@@ -43,7 +43,8 @@ void CheckText(const std::string& text, const char* what);
 void TranslateArgumentErrors(py::module_& m);
 
 // The checks of changes of a database (NoteOrigin, CheckChange) are
-// declared in ddb_py.h, whose templates call them; they are defined here.
+// declared in ddb_py_lives.h, whose users' templates call them; they are
+// defined here.
 
 }  // namespace ddb_py
 

@@ -1,6 +1,6 @@
 // The Python emitter (see emit_python.h).
 //
-// Member kinds map onto the templates of python/ddb_py.h:
+// Member kinds map onto the templates of python/ddb_py_members.h:
 //   simple     DefineSimple     a property; assigning commits
 //   subobject  DefineSubobject  a property, None while absent; assigning a new object stores it
 //   array      DefineArray      a read-only property: a sequence class of its own with append

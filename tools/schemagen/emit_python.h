@@ -1,7 +1,7 @@
 // The Python emitter of the schema generator: the pybind11 bindings of every
 // schema class and the .pyi stub that describes them, from the member
 // tables. What the bindings share (lives, conversions, how a member kind
-// becomes a property) is written once in python/ddb_py.h; per class the
+// becomes a property) is written once in python/ (ddb_py.h lists it); per class the
 // emitter writes only declarations: the class's traits, its `new` and one
 // line per member.
 //
