@@ -709,9 +709,10 @@ struct Follower {
 };
 
 void BindFollow(py::module_& m) {
-  py::class_<Follower, std::shared_ptr<Follower>>(
-      m, "Follower", "An iterator over the snapshots of a database as its writer commits.")
-      .def("__iter__", [](py::object self) { return self; })
+  py::class_<Follower, std::shared_ptr<Follower>> follower(
+      m, "Follower", "An iterator over the snapshots of a database as its writer commits.");
+  RefuseNew(follower);
+  follower.def("__iter__", [](py::object self) { return self; })
       .def("__next__", &Follower::Next)
       .def("close", &Follower::CloseCurrent, "Closes the snapshot handed out last.");
   m.def(
