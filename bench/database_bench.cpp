@@ -158,29 +158,37 @@ long long Use(const fesD_FESystem& system) {
          system.userDistributions().count() + system.nodalLabels().DistributionMinor();
 }
 
-// Reopening (to the systems array) and the first access, timed apart.
+// Reopening (to the systems array), the first access and the close after
+// it, timed apart.
 struct OpenTimes {
-  double open = 1e300, first = 1e300;
+  double open = 1e300, first = 1e300, close = 1e300, all = 1e300;
   double Sum() const { return open + first; }
+  void Keep(double t0, double t1, double t2) {
+    open = std::min(open, t0);
+    first = std::min(first, t1);
+    close = std::min(close, t2);
+    all = std::min(all, t0 + t1 + t2);
+  }
 };
+
+double Seconds(std::chrono::steady_clock::time_point from,
+               std::chrono::steady_clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
 
 long long LibraryOpenAndRead(const std::string& path, int index, OpenTimes* best) {
   long long sum = 0;
-  double t0 = 0, t1 = 0;
-  {
-    auto start = std::chrono::steady_clock::now();
-    msfD_Root root(0);
-    msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
-    auto systems = sim.discreteModel().mesh().systems();
-    sum += systems.count();
-    auto opened = std::chrono::steady_clock::now();
-    sum += Use(systems.get(index));
-    auto read = std::chrono::steady_clock::now();
-    t0 = std::chrono::duration<double>(opened - start).count();
-    t1 = std::chrono::duration<double>(read - opened).count();
-  }
-  best->open = std::min(best->open, t0);
-  best->first = std::min(best->first, t1);
+  auto start = std::chrono::steady_clock::now();
+  msfD_Root root(0);
+  msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
+  auto systems = sim.discreteModel().mesh().systems();
+  sum += systems.count();
+  auto opened = std::chrono::steady_clock::now();
+  sum += Use(systems.get(index));
+  auto read = std::chrono::steady_clock::now();
+  root.closeSim(sim);
+  auto closed = std::chrono::steady_clock::now();
+  best->Keep(Seconds(start, opened), Seconds(opened, read), Seconds(read, closed));
   return sum;
 }
 
@@ -492,8 +500,8 @@ long long RawOpenAndRead(const std::string& path, int index, OpenTimes* best) {
     for (hid_t g : kept) H5Gclose(g);
     return s;
   });
-  best->open = std::min(best->open, std::chrono::duration<double>(opened - start).count());
-  best->first = std::min(best->first, std::chrono::duration<double>(read - opened).count());
+  auto closed = std::chrono::steady_clock::now();
+  best->Keep(Seconds(start, opened), Seconds(opened, read), Seconds(read, closed));
   return sum;
 }
 
@@ -586,6 +594,8 @@ SizeFigures MeasureSize(int systems, const OpenTimes& libraryOpen100) {
   bench::Row("reopen (per database)", f.libraryOpen.open, 1, f.rawOpen.open);
   bench::BaselineRow("HDF5 C API: first access", f.rawOpen.first, 1);
   bench::Row("first access (one system)", f.libraryOpen.first, 1, f.rawOpen.first);
+  bench::BaselineRow("HDF5 C API: close after one read", f.rawOpen.close, 1);
+  bench::Row("close after one read", f.libraryOpen.close, 1, f.rawOpen.close);
   bench::BaselineRow("HDF5 C API: full walk", rawWalk, systems);
   bench::Row("full walk", libraryWalk, systems, rawWalk, 1.15);
   bench::Against("HDF5 C API, same objects");
@@ -599,15 +609,20 @@ SizeFigures MeasureSize(int systems, const OpenTimes& libraryOpen100) {
   return f;
 }
 
-// How create + commit grows from 1,000 systems, for the library and the C API.
+// How create + commit, and opening, reading one system and closing, grow
+// from the first size, for the library and the C API.
 void GrowthRows(const SizeFigures& small, const SizeFigures& large) {
   const std::string base = Thousands(small.systems) + " systems";
   bench::Header(("growth from " + base).c_str(), (Thousands(large.systems) + " systems").c_str());
   bench::Against("library, " + base);
   bench::PerItemRow("create + commit a system, growth", large.libraryAdd * 1e9,
                     small.libraryAdd * 1e9, large.systems >= 100000 ? 1.2 : 0);
+  bench::PerItemRow("open, read one system, close, growth", large.libraryOpen.all * 1e9,
+                    small.libraryOpen.all * 1e9, 1.2);
   bench::Against("HDF5 C API, " + base);
   bench::PerItemRow("HDF5 C API: create + commit, growth", large.rawAdd * 1e9, small.rawAdd * 1e9);
+  bench::PerItemRow("HDF5 C API: open, read one system, close, growth", large.rawOpen.all * 1e9,
+                    small.rawOpen.all * 1e9);
 }
 
 // --- a record with a large map ------------------------------------------------

@@ -15,6 +15,9 @@
 #ifndef DDB_PERSISTENCE_GBB_ARRAY_H_
 #define DDB_PERSISTENCE_GBB_ARRAY_H_
 
+#include <algorithm>
+#include <functional>
+
 #include "persistence/gbb_AutoArray.h"
 #include "persistence/gbb_Class.h"
 #include "persistence/gbb_Group.h"
@@ -83,8 +86,16 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     // of append.
     m_elements.assignZeroed(m_repository.ReadSize());
   }
-  // Elements are closed last first by the buffer's destructor.
-  ~gbb_ArrayImpl() {}
+  // Closes the elements that hold an object, last first, and frees the
+  // other slots unread: closing costs what was loaded, not the length.
+  ~gbb_ArrayImpl() {
+    int* filled = m_filled.data();
+    std::sort(filled, filled + m_filled.count(), std::greater<int>());
+    for (int k = 0; k < m_filled.count(); ++k) {
+      if (filled[k] < m_elements.count()) m_elements[filled[k]].Close();
+    }
+    m_elements.releaseEmpty();
+  }
 
   void SetPath(gbb_Path parent, int index) { m_path.Set(parent, gbb_Root(), index); }
   gbb_Path Path() const { return &m_path; }
@@ -109,6 +120,7 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   T add(THolder& holder) {
     if (holder.IsEmpty()) aio_cerr.print("**ERROR gbb_ArrayImpl::add: inserting a NULL item\n");
     int i = m_elements.count();
+    if (!holder.IsEmpty()) m_filled.append(i, 1);
     m_elements.append(holder, 1);
     THolder& slot = m_elements[i];
     // An empty slot goes through the same steps: its holder says what it cannot do.
@@ -170,7 +182,11 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   void Load(int index) {
     THolder& slot = m_elements[index];
     if (slot.IsResolved()) return;
+    // Noted first, so that no object is ever in a slot the list misses.
+    bool wasEmpty = slot.IsEmpty();
+    if (wasEmpty) m_filled.append(index, 1);
     slot = THolder::Open(&m_path, index, m_repository.OpenElement(index), m_trace);
+    if (wasEmpty && slot.IsEmpty()) m_filled.truncate(1);
   }
 
   TRepository m_repository;
@@ -178,6 +194,9 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   bool m_connected;
   gbb_PathImpl m_path;
   gbb_AutoArray<THolder, TOwner> m_elements;
+  // The indices of the slots that were given an object (added or loaded),
+  // in that order: the only ones the destructor has to close.
+  gbb_AutoArray<int, TOwner> m_filled;
 };
 
 // The array holder: owns one array implementation.

@@ -112,6 +112,16 @@ class gbb_AutoArray {
     m_count = m_capacity = n;
   }
 
+  // Frees the storage without running any element's destructor: for holders
+  // that are all empty (zero bytes, nothing to close), so that letting go of
+  // a large array of slots never read costs nothing per slot.
+  void releaseEmpty() {
+    mem_Free(m_data);
+    m_data = nullptr;
+    m_count = 0;
+    m_capacity = 0;
+  }
+
   // Appends n plain values in one copy.
   void appendRange(const T* values, int n) {
     static_assert(std::is_trivially_copyable<T>::value, "only for plain values");

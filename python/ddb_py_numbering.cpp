@@ -21,12 +21,6 @@ const char kInconsistent[] = "THE SOLVER AND FE MESH HAVE AN INCONSISTENT NUMBER
 
 typedef py::array_t<bool, py::array::c_style | py::array::forcecast> BoolArray;
 
-// An int array of the suite allocator, handed to numpy without a copy.
-py::array_t<int32_t> Adopt(int* values, py::ssize_t count) {
-  py::capsule owner(values, [](void* p) { mem_Free(p); });
-  return py::array_t<int32_t>(count, values, owner);
-}
-
 void CheckIndex(long long value, long long limit, const char* what) {
   if (value < 0 || value >= limit) {
     throw py::index_error(std::string(what) + " " + std::to_string(value) +

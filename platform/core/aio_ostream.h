@@ -4,7 +4,7 @@
 // file descriptor when a line ends, when the buffer fills, or on flush(), so
 // a message is never lost if the process aborts right after printing it.
 // The stream is constant-initialised: no constructor runs when the library
-// is loaded. Tests may divert the bytes to a sink of their own.
+// is loaded. The bytes may be diverted to a sink (aio_Capture collects them).
 #ifndef DDB_PLATFORM_CORE_AIO_OSTREAM_H_
 #define DDB_PLATFORM_CORE_AIO_OSTREAM_H_
 
@@ -31,6 +31,9 @@ class DDB_API aio_ostream {
 
   // Diverts output to sink (flushing what is pending first); null restores the fd.
   void SetSink(aio_SinkFunction sink, void* context);
+  // The sink output goes to now (null: the fd), for handing it back later.
+  aio_SinkFunction Sink() const { return m_sink; }
+  void* SinkContext() const { return m_sinkContext; }
 
  private:
   void Append(const char* bytes, int count);

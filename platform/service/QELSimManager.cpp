@@ -43,11 +43,14 @@ QELSimContextID QELSimManager::OpenContext(const char* name, hdf_File::OpenFlags
                             ? QELSimFindFile(info.st_dev, info.st_ino, &other)
                             : nullptr;
   if (open != nullptr) {
-    if (!readOnly && !open->Writable()) {
+    // One context writes a file: two would each keep their own objects
+    // over it, and only the last to write would count.
+    if (!readOnly) {
       QELSimError("QELSimManager::OpenContext")
           .print("cannot open file ")
           .print(name)
-          .print(" for update: it is open read-only in context ")
+          .print(open->Writable() ? " for update: it is open for update in context "
+                                  : " for update: it is open read-only in context ")
           .print_int(other)
           .put('\n');
       return QELSimContextID();

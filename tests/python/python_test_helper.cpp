@@ -105,10 +105,15 @@ int main(int argc, char** argv) {
   int status = 2;
   if (argc == 3 && std::string(argv[1]) == "damage") {
     status = Damage(argv[2]);
+  } else if (argc == 3 && std::string(argv[1]) == "plain") {
+    // An HDF5 file that is no database: no group "sim".
+    hid_t file = H5Fcreate(argv[2], H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
+    status = file >= 0 && H5Fclose(file) >= 0 ? 0 : 1;
   } else if (argc == 4 && std::string(argv[1]) == "damaged-copies") {
     status = DamagedCopies(argv[2], std::atoi(argv[3]));
   } else {
-    std::fprintf(stderr, "usage: python_test_helper damage FILE | damaged-copies DIR FLIPS\n");
+    std::fprintf(stderr,
+                 "usage: python_test_helper damage FILE | plain FILE | damaged-copies DIR FLIPS\n");
   }
   DDB_PDM_Core_finalize(startups);
   return status;

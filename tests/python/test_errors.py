@@ -3,6 +3,7 @@ does through the module may crash the interpreter, and what the library
 says reaches Python, not standard error."""
 import copy
 import gc
+import re
 import subprocess
 import sys
 import warnings
@@ -264,3 +265,31 @@ kept = ddb.open({str(tmp_path / 'exit.sim')!r}, mode="r")
 """
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert (done.returncode, done.stdout, done.stderr) == (0, "3\n", "")
+
+
+def test_an_hdf5_file_that_is_no_database_is_refused_and_left_closed(tmp_path):
+    plain = tmp_path / "plain.h5"
+    run(program("DDB_TEST_HELPER"), "plain", str(plain))
+    for mode in ("r", "r+"):
+        with pytest.raises(ddb.Error) as caught:
+            ddb.open(plain, mode)
+        assert str(caught.value) == f"**ERROR hdf_Group::GroupOpen: cannot open group sim in / of file {plain}"
+    with ddb.Root() as root:
+        with pytest.raises(ddb.Error):
+            root.open_sim_read_only(plain)
+        assert len(root) == 0
+
+
+def test_one_writer_per_database_and_readers_beside_it(tmp_path):
+    file = tmp_path / "one.sim"
+    with ddb.open(file, "w") as writer:
+        with pytest.raises(ddb.Error) as caught:
+            ddb.open(file, "r+")
+        assert re.fullmatch(f"\\*\\*ERROR QELSimManager::OpenContext: cannot open file {re.escape(str(file))} "
+                            "for update: it is open for update in context [0-9]+", str(caught.value))
+        with ddb.open(file) as reader:  # a snapshot of the last commit
+            assert reader.discrete_model is None
+            writer.discrete_model = ddb.DiscreteModel.new(None, None)
+            assert reader.discrete_model is None
+            with ddb.open(file) as later:
+                assert later.discrete_model is not None

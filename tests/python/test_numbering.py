@@ -1,7 +1,7 @@
 """The DOF numbering and the node label conversions from Python: the small
 cases that pin each query's route through the module (its conversions and
 int32 results), and the checks that replace the library's stops. The
-numbering's own answers are pinned by tests/nodal_dofs_test.cpp."""
+numbering's own answers are pinned by tests/fes/nodal_dofs_test.cpp."""
 import numpy as np
 import pytest
 

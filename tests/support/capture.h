@@ -1,27 +1,14 @@
 // Test helper: collects what the library prints on aio_cerr.
 //
-// While a CaptureErr lives, aio_cerr writes into it instead of fd 2; Text()
-// flushes the stream first, so it holds every byte printed so far.
+// While a CaptureErr lives, aio_cerr writes into it instead of where it
+// wrote before; Text() flushes the stream first, so it holds every byte
+// printed so far. It is the library's own scoped capture (aio_Capture),
+// under the name the tests have always used.
 #ifndef DDB_TESTS_SUPPORT_CAPTURE_H_
 #define DDB_TESTS_SUPPORT_CAPTURE_H_
 
-#include <string>
+#include "platform/core/aio_capture.h"
 
-class CaptureErr {
- public:
-  CaptureErr();
-  ~CaptureErr();
-  CaptureErr(const CaptureErr&) = delete;
-  CaptureErr& operator=(const CaptureErr&) = delete;
-
-  // Everything printed since construction or the last Take().
-  const std::string& Text();
-  // Returns the text and starts afresh.
-  std::string Take();
-
- private:
-  static void Sink(void* self, const char* bytes, int count);
-  std::string m_text;
-};
+typedef aio_Capture CaptureErr;
 
 #endif  // DDB_TESTS_SUPPORT_CAPTURE_H_

@@ -9,6 +9,8 @@
 #include <memory>
 #include <set>
 
+#include "platform/core/aio_capture.h"
+
 namespace {
 
 // What a members stream's error number means (gbb_MemoryStream::Error), as
@@ -36,13 +38,11 @@ std::string Ints(const std::vector<int>& values) {
 class Capture {
  public:
   Capture() {
-    aio_cerr.SetSink(&Capture::Sink, this);
     gbb_TakeLoadFailures(nullptr, 0);  // what failed before this read is not its
   }
-  ~Capture() { aio_cerr.SetSink(nullptr, nullptr); }
   // The complete lines printed since the last call.
   std::vector<std::string> Take() {
-    aio_cerr.flush();
+    m_text += m_printed.Take();
     std::vector<std::string> lines;
     size_t start = 0;
     for (size_t end; (end = m_text.find('\n', start)) != std::string::npos; start = end + 1) {
@@ -53,10 +53,8 @@ class Capture {
   }
 
  private:
-  static void Sink(void* self, const char* bytes, int count) {
-    static_cast<Capture*>(self)->m_text.append(bytes, static_cast<size_t>(count));
-  }
-  std::string m_text;
+  aio_Capture m_printed;
+  std::string m_text;  // the start of a line not ended yet
 };
 
 // Reads objects through the reflection of their classes (gbb_Reflection.h):

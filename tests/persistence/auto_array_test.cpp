@@ -210,6 +210,25 @@ TEST(AutoArray, AssignZeroedMakesEmptyHoldersInOneBlock) {
   EXPECT_TRUE(Closed().empty());
 }
 
+// Letting go of slots known to be empty frees the block and runs no
+// destructor; the array is empty afterwards and can grow again.
+TEST(AutoArray, ReleaseEmptyFreesTheBlockUnread) {
+  Closed().clear();
+  Holders a;
+  a.assignZeroed(1000);
+  long long frees = Frees();
+  a.releaseEmpty();
+  EXPECT_EQ(Frees(), frees + 1);
+  EXPECT_EQ(a.count(), 0);
+  EXPECT_EQ(a.capacity(), 0);
+  EXPECT_EQ(a.data(), nullptr);
+  TestHolder h(7, 0);
+  a.append(h, 1);
+  EXPECT_EQ(a[0].id(), 7);
+  a.truncate(1);
+  EXPECT_EQ(Closed(), std::vector<int>{7});
+}
+
 TEST(AutoArray, TruncateAndRemoveDestroyOnlyWhatTheyTake) {
   Closed().clear();
   Holders a;

@@ -200,12 +200,4 @@ TEST(AdaList, OutOfRangeIndicesPrintAndAnswerTheComputedSlot) {
   EXPECT_EQ(err.Text(), "");
 }
 
-TEST(Mem, SaturatedSizesFailInsteadOfWrapping) {
-  EXPECT_EQ(mem_ArraySize(-1, 4), SIZE_MAX);
-  EXPECT_EQ(mem_ArraySize(static_cast<long long>(SIZE_MAX / 2), 4), SIZE_MAX);
-  EXPECT_EQ(mem_ArraySize(3, 4), 12u);
-  EXPECT_THROW(mem_OperatorNewThrowBuiltin(SIZE_MAX), mem_Exhausted);
-  EXPECT_THROW(mem_Realloc(nullptr, SIZE_MAX), mem_Exhausted);
-}
-
 }  // namespace

@@ -540,12 +540,19 @@ TEST_F(QELSimService, OneFileUnderTwoNamesIsSharedBetweenItsContexts) {
     EXPECT_NE(err.Take(), "");
     Made m = MakeSample(a);
     EXPECT_EQ(m.collection, QELSimCollectionID(a.Number(), 0));
-    QELSimContextID b = Open(dir.Path() + "/./db.h5", hdf_File::ReadWrite);
+    // One writer per file: a second context for update is refused.
+    const std::string same = dir.Path() + "/./db.h5";
+    EXPECT_TRUE(Open(same, hdf_File::ReadWrite).IsNull());
+    EXPECT_EQ(err.Take(), "**ERROR QELSimManager::OpenContext: cannot open file " + same +
+                              " for update: it is open for update in context " +
+                              std::to_string(a.Number()) + "\n");
+    QELSimContextID b = Open(same, hdf_File::ReadOnly);
     ASSERT_FALSE(b.IsNull());
     EXPECT_NE(a, b);
-    // Both see, and number, the same objects.
+    // A reader beside it sees, and numbers, the same objects.
     EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(b.Number(), 0)).Size(), 10);
-    EXPECT_EQ(QELSimCollectionRef::Create(b, 2), QELSimCollectionID(b.Number(), 1));
+    EXPECT_EQ(QELSimCollectionRef::Create(a, 2), QELSimCollectionID(a.Number(), 1));
+    EXPECT_EQ(QELSimCollectionRef(QELSimCollectionID(b.Number(), 1)).Size(), 2);
     EXPECT_EQ(QELSimCollectionRef::Create(a, 2), QELSimCollectionID(a.Number(), 2));
     QELSimManager::CloseContext(a);
     EXPECT_EQ(ReadInt32(QELSimDistributionID(b.Number(), m.distribution.DistributionMinor())),

@@ -118,6 +118,38 @@ TEST_F(Arrays, StoredElementsAreOpenedOnFirstUseOnly) {
   err.Take();
 }
 
+// Closing a stored array closes the elements it loaded or added, in any
+// order of loading, and frees the slots never read without touching them:
+// what the library allocated for the sim is all given back.
+TEST_F(Arrays, ClosingClosesWhatWasLoadedOrAddedAndNothingElse) {
+  {
+    msfD_Root root(0);
+    msfD_Mesh mesh = NewMesh(Create(root));
+    for (const char* n : {"s0", "s1", "s2", "s3", "s4"}) mesh.systems().add(NewSystem(n));
+  }
+  auto live = [] { return mem_GetStatistics().allocations - mem_GetStatistics().frees; };
+  for (int round = 0; round < 2; ++round) {  // the first settles what a first open keeps
+    long long before = live();
+    {
+      msfD_Root root(0);
+      auto systems = Systems(root, false);
+      EXPECT_STREQ(systems.get(3).systemName().cStr(), "s3");
+      EXPECT_STREQ(systems.get(1).systemName().cStr(), "s1");
+      EXPECT_STREQ(systems.get(3).systemName().cStr(), "s3");  // loaded once
+      systems.add(NewSystem(round == 0 ? "s5" : "s6"));
+      EXPECT_TRUE(systems.GetImpl()->IsLoaded(5 + round));
+      EXPECT_FALSE(systems.GetImpl()->IsLoaded(0));
+    }
+    if (round == 1) {
+      EXPECT_EQ(live(), before);
+    }
+  }
+  msfD_Root root(0);
+  auto systems = Systems(root);
+  ASSERT_EQ(systems.count(), 7);
+  EXPECT_STREQ(systems.get(6).systemName().cStr(), "s6");
+}
+
 // A connected array runs every step of add on an empty holder too: the
 // slot's own messages, an element group, and the new "#size". Reopened, the
 // array reserves exactly its size.
