@@ -253,7 +253,7 @@ TEST_F(DdbTool, UsageErrorsExitWithTwoAndTheUsageLine) {
            "get " + a, "diff " + a, "diff " + a + " " + a + " --abs -1",
            "diff " + a + " " + a + " --rel alpha=x", "info " + a + " --follow --interval 0",
            "tree " + a + " --follow --interval x", "check " + a + " --follow",
-           "get " + a + " '#' --interval 1"}) {
+           "get " + a + " '#' --interval 1", "info " + a + " --interval 1"}) {
     SCOPED_TRACE("ddb " + arguments);
     Ran run = Ddb(arguments, err);
     EXPECT_EQ(run.status, 2);

@@ -546,10 +546,11 @@ int main(int argc, char** argv) {
                       " values they are summarised)");
   }
   for (CLI::App* sub : {tree, info}) {
-    sub->add_flag("--follow", follow,
-                  "print again each time a commit lands; end when the writer closes");
+    CLI::Option* following = sub->add_flag(
+        "--follow", follow, "print again each time a commit lands; end when the writer closes");
     sub->add_option("--interval", interval, "seconds between looks for a commit (default 0.1)")
-        ->check(CLI::Range(0.001, 3600.0));
+        ->check(CLI::Range(0.001, 3600.0))
+        ->needs(following);
   }
   if (argc == 2 && std::string(argv[1]) == "help") {
     std::cout << app.help();
