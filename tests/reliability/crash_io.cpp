@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <map>
@@ -182,4 +183,15 @@ long PowerLossAt(long sync, bool atChange, uint64_t seed) {
   io->atChange = atChange;
   io->seed = seed;
   return counted;
+}
+
+int RunToEnd(const std::function<void()>& body) {
+  pid_t child = fork();
+  if (child == 0) {
+    body();
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

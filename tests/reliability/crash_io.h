@@ -11,6 +11,7 @@
 #define DDB_TESTS_RELIABILITY_CRASH_IO_H_
 
 #include <cstdint>
+#include <functional>
 
 // Kills the process (SIGKILL) at the `change`-th change to a database or
 // journal file from now (a write, a change of length or a freed range,
@@ -24,5 +25,9 @@ long CrashAt(long change, bool torn, const char* suffix = nullptr);
 // and a random part of the rest (see above). Returns the number of sync
 // points (or changes) counted since the last call.
 long PowerLossAt(long sync, bool atChange, uint64_t seed);
+
+// Runs `body` in a child process that then exits with 0. Returns the child's
+// exit status, or -1 when it was killed (by a hook above or another signal).
+int RunToEnd(const std::function<void()>& body);
 
 #endif  // DDB_TESTS_RELIABILITY_CRASH_IO_H_

@@ -26,19 +26,6 @@
 
 namespace {
 
-// Runs `body` in a child process that then exits with 0. Returns the child's
-// exit status, or -1 when it was killed (by the crash hook or another signal).
-int RunToEnd(const std::function<void()>& body) {
-  pid_t child = fork();
-  if (child == 0) {
-    body();
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 uint64_t Get64(const std::string& bytes, size_t at) {
   uint64_t value = 0;
   for (int i = 7; i >= 0; --i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);

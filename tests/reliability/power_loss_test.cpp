@@ -23,17 +23,6 @@
 
 namespace {
 
-int RunToEnd(const std::function<void()>& body) {
-  pid_t child = fork();
-  if (child == 0) {
-    body();
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 const int kCommits[] = {11, 13, 16, 18};
 const int kLast = 18;
 
