@@ -20,6 +20,14 @@
 // record whose map holds 100,000 entries: its commit and its load against a
 // minimal hand-written encoder and decoder of the same bytes with the C API.
 //
+// Memory of a full walk is measured in fresh processes (this program run
+// again with --walk-memory), so that neither side inherits the other's heap:
+// the peak resident size while every system is loaded, per system, beside the
+// C API's walk that keeps every element group open; and how much the
+// resident size grows per walk after the first (each walk opens, loads every
+// system and closes): no more than the C API's own (HDF5's free lists and the
+// C library's heap keep a few bytes per object either way).
+//
 //   database_bench [sizes [directory]]   sizes comma-separated, default
 //                                        1000,10000,100000; directory /tmp
 #include <hdf5.h>
@@ -29,6 +37,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -138,6 +147,10 @@ __attribute__((noinline)) void LibrarySet(const Array& array, const std::vector<
   for (int i : sample) array.get(i).SystemName(NewName(i).c_str());
 }
 
+__attribute__((noinline)) void LibraryClose(msfD_Root& root, const msfD_Sim& sim) {
+  root.closeSim(sim);
+}
+
 BuildTimes LibraryBuild(const std::string& path, int systems) {
   BuildTimes t;
   msfD_Root root(0);
@@ -148,7 +161,7 @@ BuildTimes LibraryBuild(const std::string& path, int systems) {
   t.add = bench::BestOf(1, [&] { LibraryAdd(array, c, systems); });
   std::vector<int> sample = SetterSample(systems);
   t.set = bench::BestOf(1, [&] { LibrarySet(array, sample); });
-  t.close = bench::BestOf(1, [&] { root.closeSim(sim); });
+  t.close = bench::BestOf(1, [&] { LibraryClose(root, sim); });
   return t;
 }
 
@@ -176,7 +189,8 @@ double Seconds(std::chrono::steady_clock::time_point from,
   return std::chrono::duration<double>(to - from).count();
 }
 
-long long LibraryOpenAndRead(const std::string& path, int index, OpenTimes* best) {
+__attribute__((noinline)) long long LibraryOpenAndRead(const std::string& path, int index,
+                                                       OpenTimes* best) {
   long long sum = 0;
   auto start = std::chrono::steady_clock::now();
   msfD_Root root(0);
@@ -192,7 +206,7 @@ long long LibraryOpenAndRead(const std::string& path, int index, OpenTimes* best
   return sum;
 }
 
-long long LibraryWalk(const std::string& path) {
+__attribute__((noinline)) long long LibraryWalk(const std::string& path) {
   msfD_Root root(0);
   msfD_Sim sim = root.openSimReadOnly(path.c_str(), "", 0);
   auto systems = sim.discreteModel().mesh().systems();
@@ -413,7 +427,7 @@ __attribute__((noinline)) void RawSet(RawDatabase& db, const std::vector<int>& s
   }
 }
 
-void RawClose(RawDatabase& db) {
+__attribute__((noinline)) void RawClose(RawDatabase& db) {
   for (hid_t g : db.elements) H5Gclose(g);
   H5Gclose(db.repository);
   for (hid_t g : db.path) H5Gclose(g);
@@ -489,7 +503,8 @@ long long RawReadSystem(hid_t repository, int index, std::vector<hid_t>* kept) {
   return static_cast<long long>(bytes.size()) + bytes.back();
 }
 
-long long RawOpenAndRead(const std::string& path, int index, OpenTimes* best) {
+__attribute__((noinline)) long long RawOpenAndRead(const std::string& path, int index,
+                                                   OpenTimes* best) {
   auto start = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point opened, read;
   long long sum = RawOpen(path, [&](hid_t repository, int size) {
@@ -505,7 +520,7 @@ long long RawOpenAndRead(const std::string& path, int index, OpenTimes* best) {
   return sum;
 }
 
-long long RawWalk(const std::string& path) {
+__attribute__((noinline)) long long RawWalk(const std::string& path) {
   return RawOpen(path, [](hid_t repository, int size) {
     std::vector<hid_t> kept;
     long long sum = 0;
@@ -513,6 +528,61 @@ long long RawWalk(const std::string& path) {
     for (hid_t g : kept) H5Gclose(g);
     return sum;
   });
+}
+
+// --- memory of a walk, in a fresh process -----------------------------------
+
+// A field of /proc/self/status in bytes ("VmRSS", "VmHWM"); 0 if absent.
+long long StatusBytes(const char* field) {
+  long long kb = 0;
+  if (std::FILE* f = std::fopen("/proc/self/status", "r")) {
+    char line[256];
+    const size_t n = std::strlen(field);
+    while (std::fgets(line, sizeof line, f) != nullptr) {
+      if (std::strncmp(line, field, n) == 0 && line[n] == ':') kb = std::atoll(line + n + 1);
+    }
+    std::fclose(f);
+  }
+  return kb * 1024;
+}
+
+// The child's side: walks `path` with the library or the C API and prints
+// "<peak bytes of the first walk beyond the start> <growth over the next
+// walks, bytes per walk>".
+int WalkMemoryChild(const std::string& kind, const std::string& path, int systems) {
+  auto walk = [&] { return kind == "library" ? LibraryWalk(path) : RawWalk(path); };
+  const long long start = StatusBytes("VmRSS");
+  // Resets the peak to the present size (Linux 4.0 and later).
+  if (std::FILE* f = std::fopen("/proc/self/clear_refs", "w")) {
+    std::fputs("5", f);
+    std::fclose(f);
+  }
+  long long sum = walk();
+  const long long peak = StatusBytes("VmHWM") - start;
+  sum += walk();
+  const long long second = StatusBytes("VmRSS");
+  // As many walks as fit the size (20 up to 50,000 systems, 2 at 1,000,000).
+  const int more = std::max(2, std::min(20, 1000000 / std::max(1, systems)));
+  for (int i = 0; i < more; ++i) sum += walk();
+  const long long growth = (StatusBytes("VmRSS") - second) / more;
+  bench::Keep(sum);
+  std::printf("%lld %lld\n", peak, growth);
+  return 0;
+}
+
+struct WalkMemory {
+  double peak = 0, growth = 0;  // bytes per system
+};
+
+WalkMemory MeasureWalkMemory(const char* kind, const std::string& path, int systems) {
+  const std::string command = "/proc/" + std::to_string(getpid()) + "/exe --walk-memory " + kind +
+                              " " + path + " " + std::to_string(systems);
+  long long peak = 0, growth = 0;
+  std::FILE* child = popen(command.c_str(), "r");
+  Check(child != nullptr && std::fscanf(child, "%lld %lld", &peak, &growth) == 2 &&
+            pclose(child) == 0,
+        "the walk in a fresh process");
+  return {static_cast<double>(peak) / systems, static_cast<double>(growth) / systems};
 }
 
 // Best times of `raw` and `library`, run alternately.
@@ -581,6 +651,8 @@ SizeFigures MeasureSize(int systems, const OpenTimes& libraryOpen100) {
       runs, [&] { sum += RawWalk(raw); }, [&] { sum += LibraryWalk(library); }, &rawWalk,
       &libraryWalk);
   bench::Keep(sum);
+  const WalkMemory rawMemory = MeasureWalkMemory("raw", raw, systems);
+  const WalkMemory libraryMemory = MeasureWalkMemory("library", library, systems);
 
   const std::string size = Thousands(systems) + " systems";
   bench::Header(("a mesh of " + size + " (per item: per system)").c_str(), size.c_str());
@@ -598,6 +670,15 @@ SizeFigures MeasureSize(int systems, const OpenTimes& libraryOpen100) {
   bench::Row("close after one read", f.libraryOpen.close, 1, f.rawOpen.close);
   bench::BaselineRow("HDF5 C API: full walk", rawWalk, systems);
   bench::Row("full walk", libraryWalk, systems, rawWalk, 1.15);
+  bench::Against("HDF5 C API: full walk, every group kept open");
+  bench::BytesRow("full walk: peak memory per system", libraryMemory.peak, rawMemory.peak);
+  bench::BytesRow("full walk: memory beyond the C API's, per system",
+                  libraryMemory.peak - rawMemory.peak, rawMemory.peak, 1024);
+  bench::Against("HDF5 C API: the same walks");
+  bench::BytesRow("repeated walks: memory growth per walk, per system", libraryMemory.growth,
+                  rawMemory.growth);
+  bench::BytesRow("repeated walks: growth beyond the C API's, per walk and system",
+                  libraryMemory.growth - rawMemory.growth, rawMemory.growth, 1);
   bench::Against("HDF5 C API, same objects");
   bench::BytesRow("file size per system", static_cast<double>(FileSize(library)) / systems,
                   static_cast<double>(FileSize(raw)) / systems, 2048);
@@ -752,6 +833,17 @@ std::vector<int> ParseSizes(const char* text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 5 && std::strcmp(argv[1], "--walk-memory") == 0) {
+    int count = 0;
+    DDB_PDM_Core_initialize(count);
+    hdf_Quiet();
+    g_access = H5Pcreate(H5P_FILE_ACCESS);
+    Check(hdf_File::ConfigureAccess(g_access), "the wrapper's file settings");
+    const int status = WalkMemoryChild(argv[2], argv[3], std::atoi(argv[4]));
+    H5Pclose(g_access);
+    DDB_PDM_Core_finalize(count);
+    return status;
+  }
   std::vector<int> sizes = ParseSizes(argc > 1 ? argv[1] : "1000,10000,100000");
   if (argc > 2) g_directory = argv[2];
   if (sizes.empty()) {
