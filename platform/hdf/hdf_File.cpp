@@ -76,13 +76,23 @@ bool ConfigureAccessList(hid_t fileAccess, unsigned options) {
          hdf_JournalDriver::Use(fileAccess, (options & hdf_File::SyncCommits) != 0);
 }
 
-// A property list for one Create or Open; closed with the holder. Invalid
-// when HDF5 cannot make one: then nothing is opened, since a file opened
-// without its journal would lose crash consistency unnoticed.
+// The property list of a Create or Open, made once per setting (journal or
+// not, synced or not) and kept by HDF5 until it closes: making one costs as
+// much as a fifth of opening a small database. Invalid when HDF5 cannot make
+// one: then nothing is opened, since a file opened without its journal would
+// lose crash consistency unnoticed.
 hdf_Id AccessList(unsigned options) {
-  hdf_Id list = hdf_Id::Own(H5Pcreate(H5P_FILE_ACCESS));
-  if (!list.IsValid() || !ConfigureAccessList(list.Get(), options)) return hdf_Id();
-  return list;
+  static hid_t lists[2][2] = {{H5I_INVALID_HID, H5I_INVALID_HID},
+                              {H5I_INVALID_HID, H5I_INVALID_HID}};
+  hid_t& list = lists[g_journaling ? 1 : 0][(options & hdf_File::SyncCommits) != 0 ? 1 : 0];
+  if (list < 0 || H5Iis_valid(list) <= 0) {
+    list = H5Pcreate(H5P_FILE_ACCESS);
+    if (list >= 0 && !ConfigureAccessList(list, options)) {
+      H5Pclose(list);
+      list = H5I_INVALID_HID;
+    }
+  }
+  return list >= 0 ? hdf_Id::Borrow(list) : hdf_Id();
 }
 
 hdf_Id CreationList() {

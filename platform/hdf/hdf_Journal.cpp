@@ -105,10 +105,8 @@ uint32_t Seed(uint64_t salt) {
 }
 
 bool AllZero(const unsigned char* p, size_t size) {
-  for (size_t i = 0; i < size; ++i) {
-    if (p[i] != 0) return false;
-  }
-  return true;
+  // Every byte equals the next and the first is zero (memcmp runs wide).
+  return size == 0 || (p[0] == 0 && memcmp(p, p + 1, size - 1) == 0);
 }
 
 }  // namespace
@@ -409,7 +407,9 @@ bool hdf_Journal::WriteBase() {
 // (copied, next, its end of file, crc).
 void hdf_Journal::WriteLive() {
   if (m_journal < 0) return;
+  m_liveBehind = false;
   std::vector<unsigned char> live;
+  live.reserve(kLiveBytes);
   Put64(live, m_base.salt);
   Put64(live, m_restarts);
   Put64(live, m_last);
@@ -473,6 +473,7 @@ bool hdf_Journal::StartJournal(uint64_t firstNumber) {
   m_base.crc = Seed(m_base.salt);
   m_last = m_limit = m_freed = m_base.copied;
   m_end = m_freedEnd = m_spilled = m_settled = kPage;
+  m_recent.clear();
   m_chain = m_base.crc;
   m_transactions.clear();
   m_overlay.clear();
@@ -488,6 +489,7 @@ bool hdf_Journal::ReadTransactions(bool report) {
   if (!m_io->Size(m_journal, &size)) return false;
   m_last = m_limit = m_freed = m_base.copied;
   m_end = m_freedEnd = m_spilled = m_settled = m_base.next;
+  m_recent.clear();
   m_chain = m_base.crc;
   m_eof = m_base.size;
   m_safe = std::max(m_base.size, m_base.safe);
@@ -574,6 +576,11 @@ void hdf_Journal::Visible(const Transaction& transaction, uint64_t start) {
 
 bool hdf_Journal::ReadJournal(uint64_t position, size_t size, void* bytes) {
   unsigned char* out = static_cast<unsigned char*>(bytes);
+  if (position >= m_recentAt && position - m_recentAt <= m_recent.size() &&
+      size <= m_recent.size() - (position - m_recentAt)) {
+    memcpy(out, &m_recent[static_cast<size_t>(position - m_recentAt)], size);
+    return true;
+  }
   if (position < m_spilled) {
     size_t n = static_cast<size_t>(std::min<uint64_t>(size, m_spilled - position));
     if (!m_io->Read(m_journal, out, n, position)) return false;
@@ -852,6 +859,9 @@ bool hdf_Journal::Commit() {
   transaction.crc = m_crc;
   m_transactions.push_back(std::move(transaction));
   m_last = number;
+  // The buffer's bytes stay at hand until the next commit for the copy.
+  m_recentAt = m_spilled;
+  m_recent.swap(m_buffer);
   m_end = m_spilled = end;
   m_chain = m_crc;
   m_safe = safe;
@@ -859,7 +869,9 @@ bool hdf_Journal::Commit() {
   m_buffer.clear();
   if (m_buffer.capacity() > 4 * kBufferLimit) m_buffer.shrink_to_fit();
   m_dirty = m_direct = false;
-  WriteLive();
+  // Readers learn of the transaction from the checkpoint's first write of
+  // the live state, which follows at once.
+  m_liveBehind = true;
   // Copied into the file at once as far as the readers allow, so that the
   // file alone is current while nobody reads; settled every megabyte.
   bool bound = m_end - m_freedEnd > kJournalBound;
@@ -916,8 +928,8 @@ bool hdf_Journal::Checkpoint(Force force, bool settle) {
   uint64_t target =
       force != kAsReadersAllow || !m_guarded ? m_last : LowestMark(kSeenMarks, m_last);
   target = std::max(target, m_base.copied);
-  if (target > m_limit) {
-    m_limit = target;
+  if (target > m_limit || m_liveBehind) {
+    m_limit = std::max(m_limit, target);
     WriteLive();  // readers holding less see it after their next read
   }
   if (m_guarded) m_io->Unlock(m_db, kJournalByte, 1);
@@ -998,6 +1010,7 @@ bool hdf_Journal::Free(uint64_t number) {
   m_freed = number;
   WriteLive();  // readers still reading there see it after their next read
   if (end > m_freedEnd) m_io->Punch(m_journal, m_freedEnd, end - m_freedEnd);
+  if (end > m_recentAt) m_recent.clear();
   m_freedEnd = std::max(m_freedEnd, end);
   return true;
 }

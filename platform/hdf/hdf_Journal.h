@@ -246,6 +246,11 @@ class DDB_API hdf_Journal {
   // file, then m_buffer.
   uint64_t m_spilled = 0;
   std::vector<unsigned char> m_buffer;
+  // The journal bytes of the last transaction written whole from memory,
+  // from m_recentAt: its copy into the database file needs no read back.
+  uint64_t m_recentAt = 0;
+  std::vector<unsigned char> m_recent;
+  bool m_liveBehind = false;             // the live state does not show the last commit yet
   std::vector<unsigned char> m_compare;  // committed bytes under a large write
   uint32_t m_crc = 0;
 
