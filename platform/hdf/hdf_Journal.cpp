@@ -875,7 +875,7 @@ bool hdf_Journal::Commit() {
   // Copied into the file at once as far as the readers allow, so that the
   // file alone is current while nobody reads; settled every megabyte.
   bool bound = m_end - m_freedEnd > kJournalBound;
-  return Checkpoint(bound ? kOverwriteReaders : kAsReadersAllow,
+  return Checkpoint(bound ? kOverwriteReaders : kWhenNoneOpening,
                     bound || m_end - m_settled >= kCheckpointBytes) ||
          Fail();
 }
@@ -924,9 +924,16 @@ bool hdf_Journal::Checkpoint(Force force, bool settle) {
   if (!m_writable || m_failed || m_journal < 0) return !m_failed;
   // How far the readers allow, decided while none can be opening: readers
   // that open afterwards see at least this far.
-  if (m_guarded) m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, true);
-  uint64_t target =
-      force != kAsReadersAllow || !m_guarded ? m_last : LowestMark(kSeenMarks, m_last);
+  const bool wait = force != kWhenNoneOpening;
+  if (m_guarded &&
+      m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, wait) == hdf_JournalIo::kBusy) {
+    // A reader is opening: the copy waits for a later commit, and readers
+    // learn of this one now (it is complete in the journal).
+    if (m_liveBehind) WriteLive();
+    return true;
+  }
+  const bool asReadersAllow = force == kAsReadersAllow || force == kWhenNoneOpening;
+  uint64_t target = !asReadersAllow || !m_guarded ? m_last : LowestMark(kSeenMarks, m_last);
   target = std::max(target, m_base.copied);
   if (target > m_limit || m_liveBehind) {
     m_limit = std::max(m_limit, target);
@@ -942,7 +949,10 @@ bool hdf_Journal::Checkpoint(Force force, bool settle) {
     return Fail();
   }
   m_settled = m_end;
-  if (m_guarded) m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, true);
+  if (m_guarded &&
+      m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, wait) == hdf_JournalIo::kBusy) {
+    return true;  // freed or restarted at a later settlement
+  }
   bool ok = true;
   if (m_base.copied == m_last && !AnyMark()) {
     ok = Restart();

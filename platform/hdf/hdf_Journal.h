@@ -191,7 +191,10 @@ class DDB_API hdf_Journal {
   // Checkpoints: copies what the readers' marks allow (or everything); to
   // settle, makes the header say so, frees what readers no longer read
   // there (or everything), and restarts the journal when none is left.
-  enum Force { kAsReadersAllow, kCopyAll, kOverwriteReaders };
+  // kWhenNoneOpening is kAsReadersAllow without waiting for readers that are
+  // opening: a commit leaves its copy to a later one rather than wait, so
+  // that readers opening one after another never hold the writer up.
+  enum Force { kAsReadersAllow, kWhenNoneOpening, kCopyAll, kOverwriteReaders };
   bool Checkpoint(Force force, bool settle);
   bool CopyThrough(uint64_t number);
   bool Free(uint64_t number);

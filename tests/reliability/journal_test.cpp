@@ -4,12 +4,14 @@
 // last transaction, bulk data written once, snapshots that a writer's
 // commits never change until it has to overwrite them, and one writer per
 // database while readers are never refused.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -368,6 +370,49 @@ TEST(JournalSnapshots, HoldTheirCommitUntilTheWriterMustOverwriteThem) {
   for (hdf_Journal* r : {first, second, third}) hdf_Journal::Release(r);
   EXPECT_TRUE(hdf_Journal::Release(w));
   EXPECT_EQ(access(journal.c_str(), F_OK), -1);
+}
+
+// A reader holds the journal byte while it opens. Commits made meanwhile
+// neither wait for it nor hide from it: they stay in the journal, readers see
+// them, and the next commit after the open copies them into the file.
+TEST(JournalSnapshots, AReaderOpeningNeverHoldsACommitUp) {
+  ScratchDir dir;
+  const std::string path = dir.File("opening.db");
+  const size_t kBlock = 64 << 10;
+  auto fill = [&](char c) { return std::string(kBlock, c); };
+  auto inFile = [&] {
+    std::string bytes = ReadWholeFile(path);
+    return bytes.substr(0, std::min(bytes.size(), kBlock));
+  };
+  const char* reason = nullptr;
+  hdf_Journal* w = hdf_Journal::Open(path.c_str(), hdf_Journal::kCreateExclusive, false, &reason);
+  ASSERT_NE(w, nullptr) << reason;
+  ASSERT_TRUE(w->Write(0, kBlock, fill('a').data()) && w->Commit());
+  ASSERT_TRUE(inFile() == fill('a'));
+
+  int opening = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock lock = {};
+  lock.l_type = F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = static_cast<off_t>((uint64_t(1) << 62) + 1);
+  lock.l_len = 1;
+  ASSERT_EQ(fcntl(opening, F_OFD_SETLK, &lock), 0);
+  alarm(60);  // a writer that waited for the reader would hang here
+  for (char c : {'b', 'c', 'd'}) {
+    ASSERT_TRUE(w->Write(0, kBlock, fill(c).data()) && w->Commit());
+  }
+  alarm(0);
+  EXPECT_TRUE(inFile() == fill('a')) << "the copies wait for the reader";
+  hdf_Journal* r = hdf_Journal::Open(path.c_str(), hdf_Journal::kReadOnly, false, &reason);
+  ASSERT_NE(r, nullptr) << reason;
+  std::string seen(kBlock, '\0');
+  EXPECT_TRUE(r->Read(0, kBlock, &seen[0]) && seen == fill('d')) << "and the commits do not";
+  hdf_Journal::Release(r);
+
+  close(opening);
+  ASSERT_TRUE(w->Write(0, kBlock, fill('e').data()) && w->Commit());
+  EXPECT_TRUE(inFile() == fill('e')) << "the next commit copies everything";
+  EXPECT_TRUE(hdf_Journal::Release(w));
 }
 
 TEST_F(Journal, AWriterIsAloneAndReadersAreNeverRefusedEvenWithoutHdf5FileLocking) {
