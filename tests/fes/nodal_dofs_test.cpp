@@ -575,6 +575,14 @@ TEST(NodalDofsDeathTest, NodeMaskFormRejectsRanksThatAreNoPermutation) {
   EXPECT_DEATH(def.SetupSolverDofs(repeated, solverMasks), kRank + "2 / 1\n");
   EXPECT_DEATH(def.SetupSolverDofs(zero, solverMasks), kRank + "1 / 0\n");
   EXPECT_DEATH(def.SetupSolverDofs(beyond, solverMasks), kRank + "2 / 4\n");
+  // The first node at fault is named, whichever fault comes later.
+  const int repeatedFirst[] = {1, 1, 9}, beyondFirst[] = {1, 9, 1};
+  EXPECT_DEATH(def.SetupSolverDofs(repeatedFirst, solverMasks), kRank + "1 / 1\n");
+  EXPECT_DEATH(def.SetupSolverDofs(beyondFirst, solverMasks), kRank + "1 / 9\n");
+  fesD_NodalDofDefinition nine(Masks(Ints(9, 0b1)), 9, 0, false);
+  const int nineMasks[] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+  const int lastRepeated[] = {9, 2, 3, 4, 5, 6, 7, 8, 8};
+  EXPECT_DEATH(nine.SetupSolverDofs(lastRepeated, nineMasks), kRank + "8 / 8\n");
 }
 
 TEST(NodalDofsDeathTest, ConstructionRejectsLabel32AndBadNodeCounts) {

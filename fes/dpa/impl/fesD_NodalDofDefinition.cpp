@@ -79,7 +79,7 @@ class Marks {
   explicit Marks(int count)
       : m_count(count),
         m_bytes(static_cast<uint8_t*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(count, 1)))) {
-    std::memset(m_bytes, 0, static_cast<size_t>(count));
+    std::memset(m_bytes, 0, static_cast<size_t>(std::max(count, 0)));
   }
   ~Marks() { mem_Free(m_bytes); }
   Marks(const Marks&) = delete;
@@ -128,11 +128,13 @@ typedef int Int4 __attribute__((vector_size(16)));
 typedef unsigned UInt4 __attribute__((vector_size(16)));
 inline void WriteRun(int* out, int first, int count) {
   const Int4 low = {0, 1, 2, 3}, high = {4, 5, 6, 7};
+  Int4 a = low + first, b = high + first;
   int j = 0;
   do {  // count >= 0: writes eight at least
-    const Int4 a = low + (first + j), b = high + (first + j);
     std::memcpy(out + j, &a, sizeof a);
     std::memcpy(out + j + 4, &b, sizeof b);
+    a += 8;
+    b += 8;
     j += 8;
   } while (j < count);
 }
@@ -144,37 +146,42 @@ inline void WriteRun(int* out, int first, int count) {
 // direct-mapped table keyed by the mask: meshes mix a few kinds of nodes
 // (solids, shells, beams), so the lookup almost always hits and the pass
 // has no branch that depends on the mesh.
+struct MaskPattern {
+  static const int kLanes = 32;  // DOF ids: at most 31, four a vector
+  int rowAdd[kLanes], rowOr[kLanes], ids[kLanes];
+  uint32_t mask;
+  int count;
+};
 struct MaskPatterns {
   static const int kSlots = 32;
-  static const int kLanes = 32;  // DOF ids: at most 31, four a vector
-  unsigned labelBit[32];         // bit position of each DOF id's label
+  unsigned labelBit[32];  // bit position of each DOF id's label
   int width = 0, vecs = 0;
-  uint32_t mask[kSlots];
-  int count[kSlots];
-  int rowAdd[kSlots][kLanes], rowOr[kSlots][kLanes], ids[kSlots][kLanes];
+  MaskPattern slots[kSlots];
 
   void Reset(int dofIds) {
     width = dofIds;
     vecs = (dofIds + 3) / 4;
-    std::fill(mask, mask + kSlots, kLabel32Bit);  // no prepared mask has it
+    for (MaskPattern& slot : slots) slot.mask = kLabel32Bit;  // no prepared mask has it
   }
-  // The slot holding the pattern of m.
-  int Find(uint32_t m) {
-    const int s = static_cast<int>((m * 0x9E3779B1u) >> 27);
-    if (mask[s] != m) Make(s, m);
-    return s;
+  // The pattern of m.
+  const MaskPattern& Find(uint32_t m) {
+    MaskPattern& slot = slots[(m * 0x9E3779B1u) >> 27];
+    if (slot.mask != m) Make(slot, m);
+    return slot;
   }
-  void Make(int s, uint32_t m) {
+  // Out of line: a miss is rare, and inlined it would take the registers
+  // of the pass around it.
+  __attribute__((noinline)) void Make(MaskPattern& slot, uint32_t m) {
     int c = 0;
-    for (int d = 0; d < kLanes; ++d) {
+    for (int d = 0; d < MaskPattern::kLanes; ++d) {
       const bool active = d < width && ((m >> labelBit[d]) & 1u) != 0;
-      rowAdd[s][d] = active ? c : 0;
-      rowOr[s][d] = active ? 0 : -1;
-      ids[s][d] = 0;
-      if (active) ids[s][c++] = d;
+      slot.rowAdd[d] = active ? c : 0;
+      slot.rowOr[d] = active ? 0 : -1;
+      slot.ids[d] = 0;
+      if (active) slot.ids[c++] = d;
     }
-    mask[s] = m;
-    count[s] = c;
+    slot.mask = m;
+    slot.count = c;
   }
 };
 
@@ -205,21 +212,26 @@ struct NodalFill {
   void Run(int end) {
     MaskPatterns& p = *patterns;
     const int vecs = kVecs > 0 ? kVecs : p.vecs;
+    const uint32_t* const masks = this->masks;
+    int* const firstDof = this->firstDof;
+    int* const codes = this->codes;
+    const int64_t width = this->width;
     int d = dof;
     int* row = rows;
     // The node's code base, 128 * (n + 1); unsigned, since it passes 2^31
     // after the last node of the largest mesh.
     UInt4 base = {128, 128, 128, 128};
     for (int n = 0; n < end; ++n, row += width) {
-      const int s = p.Find(masks[n]);
+      const MaskPattern& slot = p.Find(masks[n]);
       firstDof[n] = d;
       const Int4 first = {d, d, d, d};
+      int* const out = codes + d;
       for (int v = 0; v < vecs; ++v) {
         StoreInt4(row + 4 * v,
-                  (first + LoadInt4(p.rowAdd[s] + 4 * v)) | LoadInt4(p.rowOr[s] + 4 * v));
-        StoreInt4(codes + d + 4 * v, reinterpret_cast<Int4>(base) + LoadInt4(p.ids[s] + 4 * v));
+                  (first + LoadInt4(slot.rowAdd + 4 * v)) | LoadInt4(slot.rowOr + 4 * v));
+        StoreInt4(out + 4 * v, reinterpret_cast<Int4>(base) + LoadInt4(slot.ids + 4 * v));
       }
-      d += p.count[s];
+      d += slot.count;
       base += 128;
     }
     dof = d;
@@ -227,12 +239,12 @@ struct NodalFill {
   void Finish(int from, int end) {
     MaskPatterns& p = *patterns;
     for (int n = from; n < end; ++n) {
-      const int s = p.Find(masks[n]);
+      const MaskPattern& slot = p.Find(masks[n]);
       firstDof[n] = dof;
       int* row = rows + static_cast<int64_t>(width) * n;
-      for (int d = 0; d < width; ++d) row[d] = (dof + p.rowAdd[s][d]) | p.rowOr[s][d];
-      for (int j = 0; j < p.count[s]; ++j) codes[dof + j] = 128 * (n + 1) + p.ids[s][j];
-      dof += p.count[s];
+      for (int d = 0; d < width; ++d) row[d] = (dof + slot.rowAdd[d]) | slot.rowOr[d];
+      for (int j = 0; j < slot.count; ++j) codes[dof + j] = 128 * (n + 1) + slot.ids[j];
+      dof += slot.count;
     }
     firstDof[end] = dof;
   }
@@ -268,18 +280,18 @@ struct NodeMaskTake {
       const int n = kRanked ? nodeAtRank[k] : k;
       const uint32_t m = static_cast<uint32_t>(solverMasks[n]);
       const uint32_t meshMask = static_cast<uint32_t>(meshMasks[n]);
-      if ((m & ~meshMask) != 0) {
-        AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
-                          solverMasks[n], meshMasks[n]);
-      }
       labels |= m;
-      if (m == meshMask) {
+      if (__builtin_expect(m == meshMask, 1)) {
         // All of the node's DOFs (none for an empty mask).
         const int first = firstDof[n];
         const int run = firstDof[n + 1] - first;
         WriteRun(order + c, first, run);
         c += run;
       } else {
+        if ((m & ~meshMask) != 0) {
+          AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
+                            solverMasks[n], meshMasks[n]);
+        }
         partial = true;
         const int* row = rows + width * n;
         for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
@@ -350,6 +362,28 @@ struct OrderingCopy {
     return rest == 0;
   }
 };
+
+// The node at each rank, from the 1-based rank of each node. Ranks must be
+// a permutation of 1 .. nodes, or the order has holes: a mark per rank
+// taken (a byte per node stays in the processor's caches, where setting the
+// table to -1 first and scanning it for holes would pass over it twice
+// more). Caller frees with mem_Free.
+int* NodesAtRanks(const int* nodeRank, int numNodes) {
+  Marks taken(numNodes);
+  int* nodeAtRank = NewInts(numNodes);
+  uint8_t* marks = taken.Data();
+  const unsigned limit = static_cast<unsigned>(numNodes);
+  for (int i = 0; i < numNodes; ++i) {
+    const int rank = nodeRank[i];
+    // 1 .. nodes: rank - 1 below nodes as an unsigned number.
+    if (static_cast<unsigned>(rank) - 1u >= limit || marks[rank - 1] != 0) {
+      AbortInconsistent("INVALID NODE RANK IN THE SOLVER NODE ORDER.\n", "NODE / RANK", i, rank);
+    }
+    marks[rank - 1] = 1;
+    nodeAtRank[rank - 1] = i;
+  }
+  return nodeAtRank;
+}
 
 }  // namespace
 
@@ -600,21 +634,7 @@ void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* so
   int* order = OrderingTable();
   int* nodeAtRank = nullptr;
   if (nodeRank != nullptr) {
-    // Ranks must be a permutation of 1 .. nodes, or the order has holes: a
-    // mark per rank taken.
-    Marks taken(m_numNodes);
-    nodeAtRank = NewInts(m_numNodes);
-    uint8_t* marks = taken.Data();
-    const unsigned numNodes = static_cast<unsigned>(m_numNodes);
-    for (int i = 0; i < m_numNodes; ++i) {
-      const int rank = nodeRank[i];
-      // 1 .. nodes: rank - 1 below nodes as an unsigned number.
-      if (static_cast<unsigned>(rank) - 1u >= numNodes || marks[rank - 1] != 0) {
-        AbortInconsistent("INVALID NODE RANK IN THE SOLVER NODE ORDER.\n", "NODE / RANK", i, rank);
-      }
-      marks[rank - 1] = 1;
-      nodeAtRank[rank - 1] = i;
-    }
+    nodeAtRank = NodesAtRanks(nodeRank, m_numNodes);
   }
 
   // Every node is visited once and asks only for labels it has, so the
