@@ -356,6 +356,7 @@ TEST(NodalDofsReference, EveryWidthAndSmallMeshes) {
       CheckSolver(def, ref, every, rng);
       CheckSolver(def, ref, SetupFromNodeMasks(def, ref, true, every.acoustic, rng, true), rng);
       CheckSolver(def, ref, SetupFromNodeMasks(def, ref, false, every.acoustic, rng), rng);
+      CheckSolver(def, ref, SetupFromArray(def, ref, def.NumberOfDofs(), rng, true), rng);
     }
   }
 }
