@@ -335,6 +335,32 @@ TEST(NodalDofsReference, RealDecks) {
   }
 }
 
+// The tables are built a vector of four at a time over the DOF ids, with
+// exact stores for the last nodes: every width up to 31 (one to eight
+// vectors), with node counts around where the two meet, and masks mixed
+// enough to pass the table of mask patterns many times.
+TEST(NodalDofsReference, EveryWidthAndSmallMeshes) {
+  std::mt19937 rng(2026);
+  for (int width : {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 31}) {
+    for (int nodes : {1, 2, 3, 5, 8, 70}) {
+      SCOPED_TRACE(std::to_string(nodes) + " nodes, width " + std::to_string(width));
+      // Labels spread over the word, the widest first.
+      const unsigned all = width == 31 ? 0x7FFFFFFFu : (((1u << width) - 1) << (31 - width));
+      Ints masks(nodes);
+      for (int& m : masks) m = static_cast<int>(all & rng());
+      masks[rng() % nodes] = static_cast<int>(all);  // the union is all of them
+      Reference ref(masks, 0, false);
+      fesD_NodalDofDefinition def(Masks(masks), nodes, 0, false);
+      CheckNodal(def, ref, rng);
+      SolverPart every = SetupFromArray(def, ref, def.NumberOfDofs(), rng);
+      CheckSolver(def, ref, every, rng);
+      CheckSolver(def, ref, SetupFromNodeMasks(def, ref, true, every.acoustic, rng, true), rng);
+      CheckSolver(def, ref, SetupFromNodeMasks(def, ref, false, every.acoustic, rng), rng);
+      CheckSolver(def, ref, SetupFromArray(def, ref, def.NumberOfDofs(), rng, true), rng);
+    }
+  }
+}
+
 TEST(NodalDofsReference, DeckElementTypes) {
   struct Case {
     const char* type;
@@ -474,6 +500,12 @@ TEST_F(MaskDatabase, OrderedSetFormMatchesTheReferenceAndIsWrittenBack) {
   QELSimCSetID written =
       def.WritePermutation(QELSimCollectionRef::Create(m_context, def.NumberOfDofs()));
   EXPECT_EQ(Members(written), ordering);
+
+  // A second ordering replaces the first one in the same table.
+  Ints reversed(def.NumberOfDofs());
+  std::iota(reversed.rbegin(), reversed.rend(), 0);
+  def.SetupSolverDofs(StoreOrdering(def.NumberOfDofs(), reversed));
+  CheckSolver(def, ref, ref.Part(reversed), rng);
 }
 
 // The C runtime's own report: "<program>: <file>:<line>: <function>: Assertion `...' failed."
@@ -509,6 +541,20 @@ TEST(NodalDofsDeathTest, ArrayFormRejectsOrderingsThatAreNoPermutation) {
   EXPECT_DEATH(def.SetupSolverDofs(1, huge), kNotActive);
   EXPECT_DEATH(def.SetupSolverDofs(5, nullptr), kCount);  // more than there are
   EXPECT_DEATH(def.SetupSolverDofs(-1, nullptr), kCount);
+
+  // Long orderings: a bad entry anywhere, even the last of an odd count.
+  fesD_NodalDofDefinition wide(Masks(Ints(700, 0b111)), 700, 0, false);
+  for (int at : {0, 3, 511, 512, 1000, 2099}) {
+    SCOPED_TRACE(at);
+    Ints order(2100);
+    std::iota(order.begin(), order.end(), 0);
+    order[at] = 2100;
+    EXPECT_DEATH(wide.SetupSolverDofs(at + 1, order.data()), kNotActive);
+    order[at] = -5;
+    EXPECT_DEATH(wide.SetupSolverDofs(2100, order.data()), kNotActive);
+    order[at] = (at + 1) % 2100;
+    EXPECT_DEATH(wide.SetupSolverDofs(2100, order.data()), kCount);
+  }
 }
 
 TEST(NodalDofsDeathTest, NodeMaskFormRejectsLabelsTheNodeLacks) {
@@ -530,6 +576,14 @@ TEST(NodalDofsDeathTest, NodeMaskFormRejectsRanksThatAreNoPermutation) {
   EXPECT_DEATH(def.SetupSolverDofs(repeated, solverMasks), kRank + "2 / 1\n");
   EXPECT_DEATH(def.SetupSolverDofs(zero, solverMasks), kRank + "1 / 0\n");
   EXPECT_DEATH(def.SetupSolverDofs(beyond, solverMasks), kRank + "2 / 4\n");
+  // The first node at fault is named, whichever fault comes later.
+  const int repeatedFirst[] = {1, 1, 9}, beyondFirst[] = {1, 9, 1};
+  EXPECT_DEATH(def.SetupSolverDofs(repeatedFirst, solverMasks), kRank + "1 / 1\n");
+  EXPECT_DEATH(def.SetupSolverDofs(beyondFirst, solverMasks), kRank + "1 / 9\n");
+  fesD_NodalDofDefinition nine(Masks(Ints(9, 0b1)), 9, 0, false);
+  const int nineMasks[] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+  const int lastRepeated[] = {9, 2, 3, 4, 5, 6, 7, 8, 8};
+  EXPECT_DEATH(nine.SetupSolverDofs(lastRepeated, nineMasks), kRank + "8 / 8\n");
 }
 
 TEST(NodalDofsDeathTest, ConstructionRejectsLabel32AndBadNodeCounts) {
@@ -566,6 +620,8 @@ TEST_F(MaskDatabaseDeathTest, OrderingNamingDofsTheMeshLacks) {
   fesD_NodalDofDefinition def(StoreInts(m_context, {0b011, 0b101}), 0, false);
   QELSimCSetID beyond = StoreOrdering(10, {1, 7});
   EXPECT_DEATH(def.SetupSolverDofs(beyond), kNotActive);
+  QELSimCSetID tooMany = StoreOrdering(10, {0, 1, 2, 3, 4});  // the mesh has 4 DOFs
+  EXPECT_DEATH(def.SetupSolverDofs(tooMany), kCount);
 }
 
 TEST_F(MaskDatabaseDeathTest, WritePermutationNeedsAnOrdering) {

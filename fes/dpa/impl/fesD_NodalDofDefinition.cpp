@@ -4,7 +4,11 @@
 // Masks are scanned as unsigned words, set bit by set bit, so a scan costs
 // the number of active labels and always ends. Every table is an int array
 // from the suite allocator, sized through mem_ArraySize so that an absurd
-// size fails to allocate instead of wrapping.
+// size fails to allocate instead of wrapping. The passes over every node or
+// every DOF are kept free of branches that depend on the data: they store
+// vectors of four ints (GCC vector types, no instruction set beyond the
+// generic target), look masks up in a small table instead of testing them,
+// and mark DOFs with byte stores that wait for no load.
 #include "fes/dpa/impl/fesD_NodalDofDefinition.h"
 
 #include "fes/fesD_NodalValues.h"
@@ -66,76 +70,192 @@ void CheckNodeCount(int numNodes) {
 
 const char kInconsistentCount[] = "THE SOLVER AND FE MESH HAVE AN INCONSISTENT NUMBER OF DOFS.\n";
 
-// A bit set of `count` bits, all clear at first, from the suite allocator.
-// Setting bits in the order of an ordering: consecutive entries mostly fall
-// in one word (a node's DOFs, runs of nodes), so the word is loaded once
-// per run and stored at every entry (BitRun): no entry then waits for the
-// store of the one before, as `word |= bit` in memory would.
-class Bits {
+// A byte per item, all clear at first, from the suite allocator, for
+// marking the items an ordering takes. Setting a byte is one store that
+// waits for nothing (a bit would need the word's load first); the scans
+// read eight bytes a step, and whole clear blocks of 64 at once.
+class Marks {
  public:
-  explicit Bits(int count)
+  explicit Marks(int count)
       : m_count(count),
-        m_words((static_cast<int64_t>(count) + 63) / 64),
-        m_bits(static_cast<uint64_t*>(
-            mem_OperatorNewThrowBuiltin(mem_ArraySize(m_words, sizeof(uint64_t))))) {
-    std::memset(m_bits, 0, static_cast<size_t>(m_words) * sizeof(uint64_t));
+        m_bytes(static_cast<uint8_t*>(mem_OperatorNewThrowBuiltin(mem_ArraySize(count, 1)))) {
+    std::memset(m_bytes, 0, static_cast<size_t>(std::max(count, 0)));
   }
-  ~Bits() { mem_Free(m_bits); }
-  Bits(const Bits&) = delete;
-  Bits& operator=(const Bits&) = delete;
+  ~Marks() { mem_Free(m_bytes); }
+  Marks(const Marks&) = delete;
+  Marks& operator=(const Marks&) = delete;
 
-  uint64_t* Data() { return m_bits; }
-  int64_t Words() const { return m_words; }
-  // The clear bits of word w that stand for one of the `count` bits.
-  uint64_t ClearBits(int64_t w) const {
-    uint64_t clear = ~m_bits[w];
-    const int64_t past = m_count - 64 * w;  // bits of this word in range
-    return past >= 64 ? clear : clear & ((uint64_t{1} << past) - 1);
+  uint8_t* Data() { return m_bytes; }
+  // Calls f(i) for each clear item i, ascending.
+  template <class F>
+  void ForEachClear(F f) const {
+    const uint64_t kOnes = 0x0101010101010101u;
+    int64_t i = 0;
+    for (; i + 64 <= m_count; i += 64) {
+      uint64_t all = kOnes;
+      for (int k = 0; k < 64; k += 8) all &= Word(i + k);
+      if (all == kOnes) continue;  // every item of the block set
+      for (int k = 0; k < 64; k += 8) EachClear(i + k, Word(i + k), f);
+    }
+    for (; i < m_count; ++i) {
+      if (m_bytes[i] == 0) f(i);
+    }
   }
 
  private:
-  int m_count;
-  int64_t m_words;
-  uint64_t* m_bits;
-};
-
-// Sets bit i of `bits`; true when it was set before. `word` and `cached`
-// carry the current word's index and value from one call to the next.
-inline bool BitRun(uint64_t* bits, int i, int64_t& word, uint64_t& cached) {
-  const int64_t w = i >> 6;
-  if (w != word) {
-    word = w;
-    cached = bits[w];
+  uint64_t Word(int64_t i) const {
+    uint64_t w;
+    std::memcpy(&w, m_bytes + i, sizeof w);
+    return w;
   }
-  const uint64_t bit = uint64_t{1} << (i & 63);
-  const bool was = (cached & bit) != 0;
-  cached |= bit;
-  bits[w] = cached;
-  return was;
-}
+  // Items are 0 or 1: the low bit of each byte of ~w says "clear".
+  template <class F>
+  static void EachClear(int64_t first, uint64_t w, F& f) {
+    for (uint64_t clear = ~w & 0x0101010101010101u; clear != 0; clear &= clear - 1) {
+      f(first + __builtin_ctzll(clear) / 8);
+    }
+  }
+
+  int m_count;
+  uint8_t* m_bytes;
+};
 
 // Writes first, first + 1, ..., first + count - 1 from out on, eight at a
 // time in two vector stores: there is room for kRunSlack ints past the end
 // of the ordering table, and the next run overwrites the excess.
 const int kRunSlack = 8;
 typedef int Int4 __attribute__((vector_size(16)));
+typedef unsigned UInt4 __attribute__((vector_size(16)));
 inline void WriteRun(int* out, int first, int count) {
   const Int4 low = {0, 1, 2, 3}, high = {4, 5, 6, 7};
+  Int4 a = low + first, b = high + first;
   int j = 0;
-  do {  // count > 0
-    const Int4 a = low + (first + j), b = high + (first + j);
+  do {  // count >= 0: writes eight at least
     std::memcpy(out + j, &a, sizeof a);
     std::memcpy(out + j + 4, &b, sizeof b);
+    a += 8;
+    b += 8;
     j += 8;
   } while (j < count);
 }
+
+// What building the nodal tables needs of one mask, as vectors of four
+// ints over the DOF ids: its row of the node-by-DOF-id table is
+// (first DOF + rowAdd) | rowOr (rowOr -1 where the label is absent), its
+// codes are the node's code base + ids. Masks seen are kept in a small
+// direct-mapped table keyed by the mask: meshes mix a few kinds of nodes
+// (solids, shells, beams), so the lookup almost always hits and the pass
+// has no branch that depends on the mesh.
+struct MaskPattern {
+  static const int kLanes = 32;  // DOF ids: at most 31, four a vector
+  int rowAdd[kLanes], rowOr[kLanes], ids[kLanes];
+  uint32_t mask;
+  int count;
+};
+struct MaskPatterns {
+  static const int kSlots = 32;
+  unsigned labelBit[32];  // bit position of each DOF id's label
+  int width = 0, vecs = 0;
+  MaskPattern slots[kSlots];
+
+  void Reset(int dofIds) {
+    width = dofIds;
+    vecs = (dofIds + 3) / 4;
+    for (MaskPattern& slot : slots) slot.mask = kLabel32Bit;  // no prepared mask has it
+  }
+  // The pattern of m.
+  const MaskPattern& Find(uint32_t m) {
+    MaskPattern& slot = slots[(m * 0x9E3779B1u) >> 27];
+    if (slot.mask != m) Make(slot, m);
+    return slot;
+  }
+  // Out of line: a miss is rare, and inlined it would take the registers
+  // of the pass around it.
+  __attribute__((noinline)) void Make(MaskPattern& slot, uint32_t m) {
+    int c = 0;
+    for (int d = 0; d < MaskPattern::kLanes; ++d) {
+      const bool active = d < width && ((m >> labelBit[d]) & 1u) != 0;
+      slot.rowAdd[d] = active ? c : 0;
+      slot.rowOr[d] = active ? 0 : -1;
+      slot.ids[d] = 0;
+      if (active) slot.ids[c++] = d;
+    }
+    slot.mask = m;
+    slot.count = c;
+  }
+};
+
+inline Int4 LoadInt4(const int* p) {
+  Int4 v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void StoreInt4(int* p, Int4 v) {
+  std::memcpy(p, &v, sizeof v);
+}
+
+// The pass over the nodes that builds the node-by-DOF-id rows, the packed
+// codes and each node's first system DOF. Run stores whole vectors (kVecs
+// of them per row, 0: patterns.vecs), running past a node's row and codes
+// into the next node's, which overwrites them; Finish stores exactly, for
+// the last nodes.
+struct NodalFill {
+  const uint32_t* masks;
+  int width;
+  int* rows;
+  int* codes;
+  int* firstDof;
+  MaskPatterns* patterns;
+  int dof = 0;
+
+  template <int kVecs>
+  void Run(int end) {
+    MaskPatterns& p = *patterns;
+    const int vecs = kVecs > 0 ? kVecs : p.vecs;
+    const uint32_t* const masks = this->masks;
+    int* const firstDof = this->firstDof;
+    int* const codes = this->codes;
+    const int64_t width = this->width;
+    int d = dof;
+    int* row = rows;
+    // The node's code base, 128 * (n + 1); unsigned, since it passes 2^31
+    // after the last node of the largest mesh.
+    UInt4 base = {128, 128, 128, 128};
+    for (int n = 0; n < end; ++n, row += width) {
+      const MaskPattern& slot = p.Find(masks[n]);
+      firstDof[n] = d;
+      const Int4 first = {d, d, d, d};
+      int* const out = codes + d;
+      for (int v = 0; v < vecs; ++v) {
+        StoreInt4(row + 4 * v,
+                  (first + LoadInt4(slot.rowAdd + 4 * v)) | LoadInt4(slot.rowOr + 4 * v));
+        StoreInt4(out + 4 * v, reinterpret_cast<Int4>(base) + LoadInt4(slot.ids + 4 * v));
+      }
+      d += slot.count;
+      base += 128;
+    }
+    dof = d;
+  }
+  void Finish(int from, int end) {
+    MaskPatterns& p = *patterns;
+    for (int n = from; n < end; ++n) {
+      const MaskPattern& slot = p.Find(masks[n]);
+      firstDof[n] = dof;
+      int* row = rows + static_cast<int64_t>(width) * n;
+      for (int d = 0; d < width; ++d) row[d] = (dof + slot.rowAdd[d]) | slot.rowOr[d];
+      for (int j = 0; j < slot.count; ++j) codes[dof + j] = 128 * (n + 1) + slot.ids[j];
+      dof += slot.count;
+    }
+    firstDof[end] = dof;
+  }
+};
 
 // The main pass of the node-mask form (see SetupSolverDofs): node by node
 // in the solver's order (nodeAtRank, or index order), the system DOFs of
 // the labels the solver asks for, refusing labels a node lacks (whether or
 // not the mesh has them elsewhere: there is no system DOF to point at).
-// Nodes mostly repeat the mask of the node before, so a mask's DOF count
-// and first DOF id are worked out when it changes. Run is compiled once
+// A node the solver takes whole gives the run of system DOFs from its
+// first one to the next node's, whatever its mask. Run is compiled once
 // with and once without a rank table.
 struct NodeMaskTake {
   const int* nodeAtRank;
@@ -143,6 +263,7 @@ struct NodeMaskTake {
   const int* meshMasks;
   const int* labelToDofId;
   const int* rows;
+  const int* firstDof;
   int64_t width;
   int numNodes;
   int* order;
@@ -155,30 +276,24 @@ struct NodeMaskTake {
     int c = 0;
     uint32_t labels = 0;
     bool partial = false;
-    uint32_t lastMask = 0;
-    int lastCount = 0, lastFirstId = 0;
     for (int k = 0; k < numNodes; ++k) {
       const int n = kRanked ? nodeAtRank[k] : k;
       const uint32_t m = static_cast<uint32_t>(solverMasks[n]);
       const uint32_t meshMask = static_cast<uint32_t>(meshMasks[n]);
-      if ((m & ~meshMask) != 0) {
-        AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
-                          solverMasks[n], meshMasks[n]);
-      }
-      const int* row = rows + width * n;
       labels |= m;
-      if (m == meshMask) {
-        // All of the node's DOFs: consecutive system DOFs.
-        if (m == 0) continue;
-        if (m != lastMask) {
-          lastMask = m;
-          lastCount = CountLabels(m);
-          lastFirstId = labelToDofId[LowestLabel(m)];
-        }
-        WriteRun(order + c, row[lastFirstId], lastCount);
-        c += lastCount;
+      if (__builtin_expect(m == meshMask, 1)) {
+        // All of the node's DOFs (none for an empty mask).
+        const int first = firstDof[n];
+        const int run = firstDof[n + 1] - first;
+        WriteRun(order + c, first, run);
+        c += run;
       } else {
+        if ((m & ~meshMask) != 0) {
+          AbortInconsistent("ATTEMPTED TO ACTIVATE AN INVALID NODAL DOF.\n", "SOLVER/MESH DOF MASK",
+                            solverMasks[n], meshMasks[n]);
+        }
         partial = true;
+        const int* row = rows + width * n;
         for (uint32_t rest = m; rest != 0; rest &= rest - 1) {
           order[c++] = row[labelToDofId[LowestLabel(rest)]];
         }
@@ -191,44 +306,105 @@ struct NodeMaskTake {
 };
 
 // The copying pass of the array form (see SetupSolverDofs): copies the
-// ordering (given, or 0 .. count - 1 when null) into `order`, refuses
-// positions that are no system DOF, marks each in `marks`, and for a part
-// of the system DOFs collects the DOF ids in use and the acoustic DOFs
-// through the codes. Run is compiled once per case, so that the loop tests
-// neither per DOF.
+// ordering (given, or 0 .. count - 1 for kIdentity; kInPlace: it is in
+// `order` already) into `order`, refuses positions that are no system DOF,
+// marks each in `marks`, and for a part of the system DOFs collects the DOF
+// ids in use and the acoustic DOFs through the codes. Run is compiled once
+// per case, so that the loop tests neither per DOF.
+enum OrderingSource { kIdentity, kCopy, kInPlace };
 struct OrderingCopy {
   const int* given;
   int count, numDofs;
   const int* codes;
   int acousticDofId;
   int* order;
-  uint64_t* marks;
+  uint8_t* marks;
   uint32_t dofIdMask = 0;
   int acoustic = 0;
 
-  template <bool kGiven, bool kPart>
+  template <OrderingSource kSource, bool kPart>
   void Run() {
-    int64_t word = -1;
-    uint64_t cached = 0;
+    // Locals: a byte store may alias any member and would force reloads.
+    const int* const in = given;
+    int* const out = order;
+    uint8_t* const seen = marks;
     uint32_t mask = 0;
     int acousticDofs = 0;
-    for (int i = 0; i < count; ++i) {
-      const int s = kGiven ? given[i] : i;
-      if (static_cast<unsigned>(s) >= static_cast<unsigned>(numDofs)) {
+    // Blocks of kBlock entries: the range of a block is checked four at a
+    // time first, so the loop that uses the entries has no test.
+    const int kBlock = 512;
+    for (int start = 0; start < count; start += kBlock) {
+      const int end = std::min(count, start + kBlock);
+      if (kSource != kIdentity && !InRange(start, end)) {
         AbortInconsistent("ATTEMPTED TO SET SOLVER DOF THAT IS NOT AN ACTIVE MESH DOF.\n");
       }
-      order[i] = s;
-      BitRun(marks, s, word, cached);
-      if (kPart) {
-        const int dofId = codes[s] & 63;
-        mask |= 1u << dofId;
-        acousticDofs += dofId == acousticDofId;
+      int i = start;
+      if (!kPart) {
+        // Four a step: the loop's own work would cost as much as the marks.
+        for (; i + 4 <= end; i += 4) {
+          if (kSource == kIdentity) {
+            StoreInt4(out + i, Int4{i, i + 1, i + 2, i + 3});
+            std::memset(seen + i, 1, 4);
+          } else {
+            if (kSource == kCopy) StoreInt4(out + i, LoadInt4(in + i));
+            const int s0 = in[i], s1 = in[i + 1], s2 = in[i + 2], s3 = in[i + 3];
+            seen[s0] = 1;
+            seen[s1] = 1;
+            seen[s2] = 1;
+            seen[s3] = 1;
+          }
+        }
+      }
+      for (; i < end; ++i) {
+        const int s = kSource == kIdentity ? i : in[i];
+        if (kSource != kInPlace) out[i] = s;
+        seen[s] = 1;
+        if (kPart) {
+          const int dofId = codes[s] & 63;
+          mask |= 1u << dofId;
+          acousticDofs += dofId == acousticDofId;
+        }
       }
     }
     dofIdMask = mask;
     acoustic = acousticDofs;
   }
+
+  // Whether given[start .. end) all lie in 0 .. numDofs - 1: as unsigned
+  // numbers below numDofs, compared as signed ones with the sign flipped.
+  bool InRange(int start, int end) const {
+    const int flip = static_cast<int>(0x80000000u);
+    const int limit = (numDofs - 1) ^ flip;  // numDofs > 0 when there are entries
+    Int4 out = {0, 0, 0, 0};
+    int i = start;
+    for (; i + 4 <= end; i += 4) out |= (LoadInt4(given + i) ^ flip) > limit;
+    int rest = out[0] | out[1] | out[2] | out[3];
+    for (; i < end; ++i) rest |= static_cast<unsigned>(given[i]) >= static_cast<unsigned>(numDofs);
+    return rest == 0;
+  }
 };
+
+// The node at each rank, from the 1-based rank of each node. Ranks must be
+// a permutation of 1 .. nodes, or the order has holes: a mark per rank
+// taken (a byte per node stays in the processor's caches, where setting the
+// table to -1 first and scanning it for holes would pass over it twice
+// more). Caller frees with mem_Free.
+int* NodesAtRanks(const int* nodeRank, int numNodes) {
+  Marks taken(numNodes);
+  int* nodeAtRank = NewInts(numNodes);
+  uint8_t* marks = taken.Data();
+  const unsigned limit = static_cast<unsigned>(numNodes);
+  for (int i = 0; i < numNodes; ++i) {
+    const int rank = nodeRank[i];
+    // 1 .. nodes: rank - 1 below nodes as an unsigned number.
+    if (static_cast<unsigned>(rank) - 1u >= limit || marks[rank - 1] != 0) {
+      AbortInconsistent("INVALID NODE RANK IN THE SOLVER NODE ORDER.\n", "NODE / RANK", i, rank);
+    }
+    marks[rank - 1] = 1;
+    nodeAtRank[rank - 1] = i;
+  }
+  return nodeAtRank;
+}
 
 }  // namespace
 
@@ -279,6 +455,7 @@ void fesD_NodalDofDefinition::ReleaseTables() {
   mem_Free(m_solverToSystemId);
   mem_Free(m_dofIdToSolverDofId);
   mem_Free(m_solverDofIdToDofId);
+  mem_Free(m_nodeFirstDof);
 }
 
 // Label 8 drags in label 10 on request; then every label L drags in L + shift
@@ -289,8 +466,23 @@ uint32_t fesD_NodalDofDefinition::PrepareMasks(int shift, bool addLabel10) {
   const unsigned s = static_cast<unsigned>(shift) & 31u;
   const uint32_t acoustic = addLabel10 ? kAcousticLabelBit : 0;
   uint32_t* masks = reinterpret_cast<uint32_t*>(m_activityMasks);
-  uint32_t unionMask = 0;
-  for (int n = 0; n < m_numNodes; ++n) {
+  // Four masks a step; with neither a shift nor label 10 the masks stay as
+  // they are and are only read.
+  const bool change = s != 0 || acoustic != 0;
+  UInt4 all = {0, 0, 0, 0};
+  int n = 0;
+  for (; n + 4 <= m_numNodes; n += 4) {
+    UInt4 m;
+    std::memcpy(&m, masks + n, sizeof m);
+    if (change) {
+      m |= (m & acoustic) << (10 - kAcousticLabel);
+      m |= m << s;
+      std::memcpy(masks + n, &m, sizeof m);
+    }
+    all |= m;
+  }
+  uint32_t unionMask = all[0] | all[1] | all[2] | all[3];
+  for (; n < m_numNodes; ++n) {
     uint32_t m = masks[n];
     m |= (m & acoustic) << (10 - kAcousticLabel);
     m |= m << s;
@@ -298,7 +490,7 @@ uint32_t fesD_NodalDofDefinition::PrepareMasks(int shift, bool addLabel10) {
     unionMask |= m;
   }
   if ((unionMask & kLabel32Bit) != 0) {
-    int n = 0;
+    n = 0;
     while ((masks[n] & kLabel32Bit) == 0) ++n;
     AbortInconsistent("NODAL DOF MASK WITH LABEL 32 SET.\n", "NODE / MASK", n, m_activityMasks[n]);
   }
@@ -314,13 +506,13 @@ void fesD_NodalDofDefinition::SetupNodalTables(uint32_t unionMask) {
   // Labels outside the union have no DOF id; -1 rather than whatever the
   // allocator left there.
   std::fill(m_labelToDofId, m_labelToDofId + highest + 1, -1);
-  unsigned labelBit[32];  // bit position of each DOF id's label
+  MaskPatterns patterns;
   int r = 0;
   for (uint32_t rest = unionMask; rest != 0; rest &= rest - 1, ++r) {
     const int label = LowestLabel(rest);
     m_labelToDofId[label] = r;
     m_dofIdToLabel[r] = label;
-    labelBit[r] = static_cast<unsigned>(label - 1);
+    patterns.labelBit[r] = static_cast<unsigned>(label - 1);
   }
 
   // The node count is capped, so neither the row table nor the codes
@@ -330,33 +522,29 @@ void fesD_NodalDofDefinition::SetupNodalTables(uint32_t unionMask) {
   const int64_t cells = static_cast<int64_t>(width) * m_numNodes;
   m_maxDofToSystem = NewInts(cells);
   m_systemDofCode = NewInts(cells);
-  // Nodes mostly repeat the mask of the node before (solid after solid,
-  // shell after shell), so each new mask is turned once into a pattern: per
-  // DOF id its rank among the node's DOF ids (-1 if absent), and the node's
-  // DOF ids. Applying a pattern has no dependency from one entry to the next.
-  const uint32_t* masks = reinterpret_cast<const uint32_t*>(m_activityMasks);
-  int* codes = m_systemDofCode;
-  int rankOf[32], dofIds[32];
-  int perNode = 0;
-  uint32_t patternMask = kLabel32Bit;  // no prepared mask has it
-  int dof = 0;
-  for (int n = 0; n < m_numNodes; ++n) {
-    const uint32_t m = masks[n];
-    if (m != patternMask) {
-      perNode = 0;
-      for (int d = 0; d < width; ++d) {
-        const bool active = ((m >> labelBit[d]) & 1u) != 0;
-        rankOf[d] = active ? perNode : -1;
-        if (active) dofIds[perNode++] = d;
-      }
-      patternMask = m;
-    }
-    int* row = m_maxDofToSystem + static_cast<int64_t>(width) * n;
-    for (int d = 0; d < width; ++d) row[d] = (dof + rankOf[d]) | (rankOf[d] >> 31);
-    const int base = 128 * (n + 1);
-    for (int j = 0; j < perNode; ++j) codes[dof + j] = base + dofIds[j];
-    dof += perNode;
+  m_nodeFirstDof = NewInts(static_cast<int64_t>(m_numNodes) + 1);
+  patterns.Reset(width);
+  NodalFill fill{reinterpret_cast<const uint32_t*>(m_activityMasks),
+                 width,
+                 m_maxDofToSystem,
+                 m_systemDofCode,
+                 m_nodeFirstDof,
+                 &patterns};
+  // Vector stores run up to a vector past a node's row and codes; nodes
+  // whose stores stay inside the tables take them, the last few do not.
+  const int64_t spare = 4 * patterns.vecs;
+  int vectorNodes =
+      width == 0 ? 0 : static_cast<int>(std::max<int64_t>(0, (cells - spare) / width));
+  vectorNodes = std::min(vectorNodes, m_numNodes);
+  if (patterns.vecs == 1) {
+    fill.Run<1>(vectorNodes);
+  } else if (patterns.vecs == 2) {
+    fill.Run<2>(vectorNodes);
+  } else {
+    fill.Run<0>(vectorNodes);
   }
+  fill.Finish(vectorNodes, m_numNodes);
+  const int dof = fill.dof;
   m_numDofs = dof;
   if (dof < cells) {
     m_systemDofCode = static_cast<int*>(mem_Realloc(m_systemDofCode, mem_ArraySize(dof, 4)));
@@ -394,12 +582,13 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   // a permutation of them.
   if (numSolverDofs < 0 || numSolverDofs > m_numDofs) AbortInconsistent(kInconsistentCount);
 
-  // One pass (OrderingCopy) copies the ordering and marks the solver's DOFs
-  // in a bit set: a bit per DOF stays in the processor's caches where a byte
-  // per DOF would not. (Locals: the stores could alias any member and force
-  // reloads.)
+  // One pass (OrderingCopy) copies the ordering and marks the solver's DOFs,
+  // a byte each: a store that waits for nothing, where setting a bit would
+  // wait for its word (measured: the byte marks take half the time of bits
+  // carried word by word). (Locals: the stores could alias any member and
+  // force reloads.)
   const int numDofs = m_numDofs;
-  Bits used(numDofs);
+  Marks used(numDofs);
   int* order = OrderingTable();
   m_numSolverDofs = numSolverDofs;
   const int* codes = m_systemDofCode;
@@ -409,10 +598,12 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   const bool everyDof = numSolverDofs == numDofs;
   OrderingCopy copy{solverToSystem, numSolverDofs, numDofs,    codes,
                     acousticDofId,  order,         used.Data()};
-  if (solverToSystem != nullptr) {
-    everyDof ? copy.Run<true, false>() : copy.Run<true, true>();
+  if (solverToSystem == order) {
+    everyDof ? copy.Run<kInPlace, false>() : copy.Run<kInPlace, true>();
+  } else if (solverToSystem != nullptr) {
+    everyDof ? copy.Run<kCopy, false>() : copy.Run<kCopy, true>();
   } else {
-    everyDof ? copy.Run<false, false>() : copy.Run<false, true>();
+    everyDof ? copy.Run<kIdentity, false>() : copy.Run<kIdentity, true>();
   }
   uint32_t dofIdMask = copy.dofIdMask;
   int acoustic = copy.acoustic;
@@ -421,7 +612,7 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
     // every DOF id, and its acoustic DOFs are the nodes carrying label 8:
     // cheaper to count on the masks than through the codes.
     dofIdMask = m_maxNodalDof == 0 ? 0 : 0xFFFFFFFFu >> (32 - m_maxNodalDof);
-    for (int n = 0; n < m_numNodes; ++n) {
+    for (int n = 0; acousticDofId >= 0 && n < m_numNodes; ++n) {
       acoustic += static_cast<int>(
           (static_cast<uint32_t>(m_activityMasks[n]) >> (kAcousticLabel - 1)) & 1u);
     }
@@ -434,25 +625,30 @@ void fesD_NodalDofDefinition::SetupSolverDofs(int numSolverDofs, const int* solv
   SetupSolverDofIdMaps(solverLabelMask);
 
   // Behind the solver's DOFs every other system DOF, ascending: the clear
-  // bits, a word of 64 at a time. A duplicate leaves more of them than free
-  // entries: those are counted, not stored, and the count refuses the
-  // ordering.
+  // marks. A duplicate leaves more of them than free entries: those are
+  // counted, not stored, and the count refuses the ordering.
   int64_t position = numSolverDofs;
-  for (int64_t w = 0; w < used.Words(); ++w) {
-    for (uint64_t clear = used.ClearBits(w); clear != 0; clear &= clear - 1) {
-      if (position < numDofs) order[position] = static_cast<int>(64 * w + __builtin_ctzll(clear));
-      ++position;
-    }
-  }
+  used.ForEachClear([&](int64_t s) {
+    if (position < numDofs) order[position] = static_cast<int>(s);
+    ++position;
+  });
   if (position != numDofs) AbortInconsistent(kInconsistentCount);
 }
 
 void fesD_NodalDofDefinition::SetupSolverDofs(QELSimCSetID ordering) {
   QELSimCSet set(ordering);
   const int n = set.Size();
+  if (n >= 0 && n <= m_numDofs) {
+    // The members go straight into the ordering table, which the array form
+    // then checks and completes in place.
+    int* order = OrderingTable();
+    set.OrderedMembers(order);
+    SetupSolverDofs(n, order);
+    return;
+  }
   int* members = NewInts(n);
   set.OrderedMembers(members);
-  SetupSolverDofs(n, members);
+  SetupSolverDofs(n, members);  // refuses the count
   mem_Free(members);
 }
 
@@ -460,28 +656,14 @@ void fesD_NodalDofDefinition::SetupSolverDofs(const int* nodeRank, const int* so
   int* order = OrderingTable();
   int* nodeAtRank = nullptr;
   if (nodeRank != nullptr) {
-    // Ranks must be a permutation of 1 .. nodes, or the order has holes: a
-    // bit per rank taken.
-    Bits taken(m_numNodes);
-    nodeAtRank = NewInts(m_numNodes);
-    uint64_t* marks = taken.Data();
-    int64_t word = -1;
-    uint64_t cached = 0;
-    const unsigned numNodes = static_cast<unsigned>(m_numNodes);
-    for (int i = 0; i < m_numNodes; ++i) {
-      const int rank = nodeRank[i];
-      // 1 .. nodes: rank - 1 below nodes as an unsigned number.
-      if (static_cast<unsigned>(rank) - 1u >= numNodes || BitRun(marks, rank - 1, word, cached)) {
-        AbortInconsistent("INVALID NODE RANK IN THE SOLVER NODE ORDER.\n", "NODE / RANK", i, rank);
-      }
-      nodeAtRank[rank - 1] = i;
-    }
+    nodeAtRank = NodesAtRanks(nodeRank, m_numNodes);
   }
 
   // Every node is visited once and asks only for labels it has, so the
   // solver's DOFs are distinct system DOFs and fit the table.
-  NodeMaskTake take{nodeAtRank,       solverMasks,   m_activityMasks, m_labelToDofId,
-                    m_maxDofToSystem, m_maxNodalDof, m_numNodes,      order};
+  NodeMaskTake take{nodeAtRank,     solverMasks,      m_activityMasks,
+                    m_labelToDofId, m_maxDofToSystem, m_nodeFirstDof,
+                    m_maxNodalDof,  m_numNodes,       order};
   nodeAtRank != nullptr ? take.Run<true>() : take.Run<false>();
   const int* meshMasks = m_activityMasks;
   const int* labelToDofId = m_labelToDofId;

@@ -148,6 +148,9 @@ class DDB_API fesD_NodalDofDefinition {
   int* m_solverToSystemId = nullptr;
   int* m_dofIdToSolverDofId = nullptr;
   int* m_solverDofIdToDofId = nullptr;
+  // The first system DOF of each node, then NumberOfDofs(): node n's DOFs
+  // are m_nodeFirstDof[n] .. m_nodeFirstDof[n + 1] - 1.
+  int* m_nodeFirstDof = nullptr;
 };
 
 #endif  // DDB_FES_DPA_IMPL_FESD_NODALDOFDEFINITION_H_
