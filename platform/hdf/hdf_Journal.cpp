@@ -1060,14 +1060,20 @@ bool hdf_Journal::Close() {
         m_durable) {
       m_io->SyncDirectory(m_journalName.data());
     }
-  } else if (!m_writable && m_guarded && m_journal >= 0 &&
-             m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, false) ==
-                 hdf_JournalIo::kLocked) {
+  } else if (!m_writable && m_guarded && m_journal >= 0) {
     // The last reader of a database nobody writes takes away a journal that
-    // holds nothing (the first page a reader made, or a writer left).
-    if (!Writing() && !AnyMark() && Settled()) {
+    // holds nothing (the first page a reader made, or a writer left). An
+    // exclusive lock needs a descriptor open for writing: the reader opens
+    // the file again for the lock alone and writes nothing through it. Where
+    // it may not, the journal stays for the next writer or reader.
+    int lock = m_io->Open(m_name.data(), O_RDWR, 0);
+    if (lock >= 0 &&
+        m_io->Lock(lock, hdf_JournalIo::kExclusive, kJournalByte, 1, false) ==
+            hdf_JournalIo::kLocked &&
+        !Writing() && !AnyMark() && Settled()) {
       m_io->Unlink(m_journalName.data());
     }
+    if (lock >= 0) m_io->Close(lock);
   }
   if (m_view != nullptr) m_io->Unmap(m_view, kPage);
   if (m_journal >= 0) m_io->Close(m_journal);

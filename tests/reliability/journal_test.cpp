@@ -415,6 +415,36 @@ TEST(JournalSnapshots, AReaderOpeningNeverHoldsACommitUp) {
   EXPECT_TRUE(hdf_Journal::Release(w));
 }
 
+// Readers make the journal's first page when there is none; the last one
+// to close takes it away again, also through the wrapper's read-only open.
+TEST(JournalSnapshots, TheLastReaderTakesTheJournalAway) {
+  ScratchDir dir;
+  const std::string path = dir.File("read.db"), journal = path + "-journal";
+  const char* reason = nullptr;
+  hdf_Journal* w = hdf_Journal::Open(path.c_str(), hdf_Journal::kCreateExclusive, false, &reason);
+  ASSERT_NE(w, nullptr) << reason;
+  ASSERT_TRUE(w->Write(0, 4096, std::string(4096, 'w').data()) && w->Commit());
+  ASSERT_TRUE(hdf_Journal::Release(w));
+  ASSERT_EQ(access(journal.c_str(), F_OK), -1);
+  hdf_Journal* first = hdf_Journal::Open(path.c_str(), hdf_Journal::kReadOnly, false, &reason);
+  hdf_Journal* second = hdf_Journal::Open(path.c_str(), hdf_Journal::kReadOnly, false, &reason);
+  ASSERT_TRUE(first != nullptr && second != nullptr);
+  EXPECT_EQ(access(journal.c_str(), F_OK), 0) << "made by the first reader";
+  hdf_Journal::Release(first);
+  EXPECT_EQ(access(journal.c_str(), F_OK), 0) << "a reader is left";
+  hdf_Journal::Release(second);
+  EXPECT_EQ(access(journal.c_str(), F_OK), -1) << "the last reader took it away";
+
+  RunWorkload(dir.File("workload.sim"), 3);
+  const std::string before = ReadWholeFile(dir.File("workload.sim"));
+  {
+    hdf_File file = hdf_File::Open(dir.File("workload.sim").c_str(), hdf_File::ReadOnly);
+    ASSERT_TRUE(file.IsValid());
+  }
+  EXPECT_EQ(access((dir.File("workload.sim") + "-journal").c_str(), F_OK), -1);
+  EXPECT_TRUE(ReadWholeFile(dir.File("workload.sim")) == before) << "and changed no byte";
+}
+
 TEST_F(Journal, AWriterIsAloneAndReadersAreNeverRefusedEvenWithoutHdf5FileLocking) {
   setenv("HDF5_USE_FILE_LOCKING", "FALSE", 1);
   RunWorkload(path, 5);
