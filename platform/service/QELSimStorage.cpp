@@ -44,10 +44,11 @@ bool ReadAttribute(const hdf_Attribute& a, const hdf_Datatype& type, int count, 
   return Count(a.Space()) == count && a.Read(type, out);
 }
 
-// Members are checked in pieces of this many: a buffer that stays in the
-// processor's cache, where reading a large set whole into a buffer of its
-// size would cost as much as the caller's own read of it (the pages of a new
-// buffer are the larger part of reading from the page cache).
+// Members are checked in pieces of this many (256 KB): one buffer that
+// stays in the processor's cache. A buffer the size of a large set costs
+// what the caller's own read of the set costs (its new pages are most of
+// that), which doubled every first read of bulk data; a piece at a time the
+// check costs one pass over the set's bytes in the page cache.
 const int kCheckPiece = 1 << 16;
 
 // The position of the first member outside 0 .. size-1 (size > 0), or -1.
@@ -80,20 +81,19 @@ int FirstOutside(const int* members, int count, int size) {
 // of `size`: null when they are; else *outside and *member say which one.
 const char* CheckStoredMembers(const hdf_Dataset& members, int count, int size, int* outside,
                                int* member) {
-  const int piece = std::min(count, kCheckPiece);
+  const hsize_t total = static_cast<hsize_t>(count);
+  const hsize_t piece = std::min<hsize_t>(total, kCheckPiece);
   std::vector<int> buffer(static_cast<size_t>(piece));
   hdf_Dataspace file = members.Space();
-  for (int start = 0; start < count; start += piece) {
-    const int n = std::min(piece, count - start);
-    hdf_Dataspace memory({static_cast<hsize_t>(n)});
-    if ((n < count &&
-         !file.SelectHyperslab({static_cast<hsize_t>(start)}, {static_cast<hsize_t>(n)})) ||
-        !members.Read(hdf_Datatype::NATIVE_INT(), memory, file, buffer.data())) {
+  for (hsize_t start = 0; start < total; start += piece) {
+    const hsize_t n = std::min(piece, total - start);
+    if ((n < total && !file.SelectHyperslab({start}, {n})) ||
+        !members.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), file, buffer.data())) {
       return "cannot be read";
     }
-    int at = FirstOutside(buffer.data(), n, size);
+    int at = FirstOutside(buffer.data(), static_cast<int>(n), size);
     if (at >= 0) {
-      *outside = start + at;
+      *outside = static_cast<int>(start) + at;
       *member = buffer[static_cast<size_t>(at)];
       return "has a member outside its collection";
     }
