@@ -441,6 +441,56 @@ TEST_F(QELSimService, InconsistentServiceDataIsRefusedWithAMessage) {
   QELSimManager::CloseContext(context);
 }
 
+// Large sets are checked a piece at a time: a member outside the collection
+// is found, with its position, in any piece, the last partial one included,
+// and sound members read back whole.
+TEST_F(QELSimService, LargeSetsAreCheckedInEveryPiece) {
+  const int size = 200000;  // more than three pieces
+  std::vector<int> members(size);
+  for (int k = 0; k < size; ++k) members[static_cast<size_t>(k)] = size - 1 - k;
+  {
+    QELSimContextID context = Create(path);
+    QELSimCollectionRef collection(QELSimCollectionRef::Create(context, size));
+    QELSimCSetID set = collection.CreateOrderedCSet(members.data(), size);
+    ASSERT_TRUE(QELSimDistributionRef::CreateInt32(set, members.data()).IsValid());
+    QELSimManager::CloseContext(context);
+  }
+  CaptureErr err;
+  auto check = [&]() {
+    QELSimContextID context = Open(path, hdf_File::ReadOnly);
+    int n = context.Number();
+    QELSimCSet set(QELSimCSetID(n, 0, 0));
+    std::string said = "size " + std::to_string(set.Size());
+    if (set.Size() == size) {
+      said += Members(QELSimCSetID(n, 0, 0)) == members ? ", members equal" : ", members differ";
+      said += ReadInt32(QELSimDistributionID(n, 0)) == members ? ", values equal" : ", differ";
+    }
+    QELSimManager::CloseContext(context);
+    return said + "\n" + err.Take();
+  };
+  EXPECT_EQ(check(), "size 200000, members equal, values equal\n");
+  const char* stored = "/QELSim/collections/0/0";
+  auto outside = [&](int member, int position) {
+    return "size 0\n**ERROR QELSimCSet::Size: set 0 of collection 0 (size 200000) has a member "
+           "outside its collection: " +
+           std::to_string(member) + " at position " + std::to_string(position) + "\n";
+  };
+  for (int position : {0, 65535, 65536, 150001, size - 1}) {
+    for (int member : {size, -1}) {
+      std::vector<int> damaged = members;
+      damaged[static_cast<size_t>(position)] = member;
+      RawReplaceInts(path, stored, damaged);
+      EXPECT_EQ(check(), outside(member, position)) << position;
+    }
+  }
+  // Two outside: the first is named.
+  std::vector<int> damaged = members;
+  damaged[199990] = 2 * size;
+  damaged[70000] = size + 5;
+  RawReplaceInts(path, stored, damaged);
+  EXPECT_EQ(check(), outside(size + 5, 70000));
+}
+
 TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
   QELSimContextID context = Create(path);
   QELSimCollectionRef collection(QELSimCollectionRef::Create(context, 4));
