@@ -5,7 +5,9 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "platform/core/aio_capture.h"
 #include "platform/core/aio_ostream.h"
@@ -95,6 +97,40 @@ TEST(Mem, SaturatedSizesFailInsteadOfWrapping) {
   EXPECT_EQ(mem_ArraySize(3, 4), 12u);
   EXPECT_THROW(mem_OperatorNewThrowBuiltin(SIZE_MAX), mem_Exhausted);
   EXPECT_THROW(mem_Realloc(nullptr, SIZE_MAX), mem_Exhausted);
+}
+
+bool AllZero(const unsigned char* p, size_t size) {
+  return size == 0 || (p[0] == 0 && std::memcmp(p, p + 1, size - 1) == 0);
+}
+
+// Large zeroed blocks (slot tables) are pages of their own: zero every time,
+// however often one is freed and made again, grown with their contents kept,
+// and freed like any other block; beyond the blocks it lists, calloc serves.
+TEST(Mem, LargeZeroedBlocksAreZeroEveryTimeAndGrowAndFreeLikeOthers) {
+  const size_t kLarge = size_t{4} << 20;
+  for (int round = 0; round < 3; ++round) {
+    auto* p = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge));
+    ASSERT_TRUE(AllZero(p, kLarge)) << "round " << round;
+    std::memset(p, 0xAB, kLarge);  // what a reused heap block would still hold
+    mem_Free(p);
+  }
+  auto* p = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge));
+  p[0] = 1;
+  p[kLarge - 1] = 2;
+  auto* grown = static_cast<unsigned char*>(mem_Realloc(p, 2 * kLarge));
+  EXPECT_EQ(grown[0], 1);
+  EXPECT_EQ(grown[kLarge - 1], 2);
+  EXPECT_TRUE(AllZero(grown + 1, kLarge - 2));
+  auto* shrunk = static_cast<unsigned char*>(mem_Realloc(grown, 16));
+  EXPECT_EQ(shrunk[0], 1);
+  mem_Free(shrunk);
+
+  std::vector<unsigned char*> many;
+  for (int i = 0; i < 70; ++i) {
+    many.push_back(static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(size_t{1} << 20)));
+    EXPECT_TRUE(AllZero(many.back(), size_t{1} << 20)) << "block " << i;
+  }
+  for (unsigned char* block : many) mem_Free(block);
 }
 
 }  // namespace
