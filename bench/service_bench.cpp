@@ -166,6 +166,18 @@ void RawWrite(const std::string& path, const Sample& s, bool flush) {
   H5Fclose(file);
 }
 
+// Reads a whole one-dimensional int dataset into `into`; returns its length.
+hsize_t RawReadInts(hid_t d, int* into) {
+  hid_t space = H5Dget_space(d);
+  hsize_t n = 0;
+  H5Sget_simple_extent_dims(space, &n, nullptr);
+  hid_t memory = H5Screate_simple(1, &n, nullptr);
+  Check(H5Dread(d, H5T_NATIVE_INT, memory, space, H5P_DEFAULT, into) >= 0, "H5Dread");
+  H5Sclose(memory);
+  H5Sclose(space);
+  return n;
+}
+
 long long RawRead(const std::string& path) {
   hid_t file = H5Fopen(path.c_str(), H5F_ACC_RDONLY, g_access);
   Check(file >= 0, "H5Fopen");
@@ -178,13 +190,7 @@ long long RawRead(const std::string& path) {
     hid_t a = H5Aopen(d, "dimensionSet", H5P_DEFAULT);
     H5Aread(a, H5T_NATIVE_UINT, set);
     H5Aclose(a);
-    hid_t space = H5Dget_space(d);
-    hsize_t n = 0;
-    H5Sget_simple_extent_dims(space, &n, nullptr);
-    hid_t memory = H5Screate_simple(1, &n, nullptr);
-    Check(H5Dread(d, H5T_NATIVE_INT, memory, space, H5P_DEFAULT, values.data()) >= 0, "H5Dread");
-    H5Sclose(memory);
-    H5Sclose(space);
+    hsize_t n = RawReadInts(d, values.data());
     H5Dclose(d);
     sum += values[n - 1];
   }
@@ -202,13 +208,7 @@ long long RawReadSets(const std::string& path) {
   for (int i = 0; i < g_collections; ++i) {
     hid_t c = H5Gopen2(collections, std::to_string(i).c_str(), H5P_DEFAULT);
     hid_t d = H5Dopen2(c, "0", H5P_DEFAULT);
-    hid_t space = H5Dget_space(d);
-    hsize_t n = 0;
-    H5Sget_simple_extent_dims(space, &n, nullptr);
-    hid_t memory = H5Screate_simple(1, &n, nullptr);
-    Check(H5Dread(d, H5T_NATIVE_INT, memory, space, H5P_DEFAULT, members.data()) >= 0, "H5Dread");
-    H5Sclose(memory);
-    H5Sclose(space);
+    hsize_t n = RawReadInts(d, members.data());
     H5Dclose(d);
     H5Gclose(c);
     sum += members[n - 1];

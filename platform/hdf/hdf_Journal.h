@@ -194,7 +194,7 @@ class DDB_API hdf_Journal {
   // kWhenNoneOpening is kAsReadersAllow without waiting for readers that are
   // opening: a commit leaves its copy to a later one rather than wait, so
   // that readers opening one after another never hold the writer up.
-  enum Force { kAsReadersAllow, kWhenNoneOpening, kCopyAll, kOverwriteReaders };
+  enum Force { kAsReadersAllow, kWhenNoneOpening, kOverwriteReaders };
   bool Checkpoint(Force force, bool settle);
   bool CopyThrough(uint64_t number);
   bool Free(uint64_t number);
