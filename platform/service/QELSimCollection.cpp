@@ -1,27 +1,89 @@
 #include "platform/service/QELSimCollection.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include "platform/service/QELSimStorage.h"
 
 namespace {
 
+// The first position of `members[from, to)` that is outside 0 .. size-1 or
+// already in `seen` (marking the others), with its problem; null when none.
+const char* FirstProblem(const int* members, int from, int to, int size, uint64_t* seen,
+                         int* position) {
+  for (int i = from; i < to; ++i) {
+    const int m = members[i];
+    if (m < 0 || m >= size) {
+      *position = i;
+      return "is outside the collection";
+    }
+    const uint64_t bit = uint64_t{1} << (m & 63);
+    if ((seen[m >> 6] & bit) != 0) {
+      *position = i;
+      return "occurs twice";
+    }
+    seen[m >> 6] |= bit;
+  }
+  return nullptr;
+}
+
+// Whether any of `members[0, n)` is outside 0 .. size-1. Full blocks pass a
+// constant n, which lets the compiler test several members at once.
+inline bool AnyOutside(const int* members, int n, int size) {
+  unsigned outside = 0;
+  for (int i = 0; i < n; ++i) {
+    outside |= static_cast<unsigned>(static_cast<unsigned>(members[i]) >= unsigned(size));
+  }
+  return outside != 0;
+}
+
+// Marks `members[from, to)`, all in range, in `seen`; whether any was marked
+// already. The word being marked stays in a register while members fall in
+// it, as they do in runs, so marking is not a chain of loads and stores.
+inline bool MarkRepeats(const int* members, int from, int to, uint64_t* seen) {
+  uint64_t repeated = 0;
+  int index = members[from] >> 6;
+  uint64_t word = seen[index];
+  for (int i = from; i < to; ++i) {
+    const int m = members[i];
+    if ((m >> 6) != index) {
+      seen[index] = word;
+      index = m >> 6;
+      word = seen[index];
+    }
+    const uint64_t bit = uint64_t{1} << (m & 63);
+    repeated |= word & bit;
+    word |= bit;
+  }
+  seen[index] = word;
+  return repeated != 0;
+}
+
 // Why `members` is not an ordered set of distinct members of 0 .. size-1;
 // null when it is. `position` receives the offending position.
+//
+// Sets of tens of millions of members are written in one call, so the check
+// runs in blocks: a range test over the block, then marking with the repeats
+// only accumulated. A block that fails either is walked again one member at
+// a time to name the first fault.
 const char* CheckMembers(const int* members, int count, int size, int* position) {
   if (count > 0 && members == nullptr) return "no members given";
-  unsigned char* seen =
-      static_cast<unsigned char*>(mem_OperatorNewThrowBuiltin(static_cast<size_t>(size) / 8 + 1));
-  for (int i = 0; i <= size / 8; ++i) seen[i] = 0;
+  const size_t words = static_cast<size_t>(size) / 64 + 1;
+  uint64_t* seen = static_cast<uint64_t*>(mem_OperatorNewZeroedThrow(words * sizeof(uint64_t)));
+  const int kBlock = 4096;
   const char* problem = nullptr;
-  for (int i = 0; i < count && problem == nullptr; ++i) {
-    int m = members[i];
-    *position = i;
-    if (m < 0 || m >= size) {
-      problem = "is outside the collection";
-    } else if ((seen[m / 8] >> (m % 8)) & 1) {
-      problem = "occurs twice";
-    } else {
-      seen[m / 8] = static_cast<unsigned char>(seen[m / 8] | 1 << (m % 8));
+  for (int from = 0; from < count && problem == nullptr; from += kBlock) {
+    const int to = count - from > kBlock ? from + kBlock : count;
+    const bool outside = to - from == kBlock ? AnyOutside(members + from, kBlock, size)
+                                             : AnyOutside(members + from, to - from, size);
+    if (!outside) {
+      if (!MarkRepeats(members, from, to, seen)) continue;
+      // The marks are back to those of the earlier blocks (rare: the set is
+      // refused), so that the walk below names the first repeat.
+      std::memset(seen, 0, words * sizeof(uint64_t));
+      for (int i = 0; i < from; ++i) seen[members[i] >> 6] |= uint64_t{1} << (members[i] & 63);
     }
+    problem = FirstProblem(members, from, to, size, seen, position);
   }
   mem_Free(seen);
   return problem;

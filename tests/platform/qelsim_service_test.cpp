@@ -521,6 +521,57 @@ TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
   QELSimManager::CloseContext(context);
 }
 
+// Large sets are checked in blocks; the first fault is named wherever it
+// lies: a repeat of an earlier block's member, a repeat within a block, a
+// member outside, at block edges, and the first of two faults.
+TEST_F(QELSimService, LargeOrderedSetsNameTheirFirstFaultWhereverItLies) {
+  QELSimContextID context = Create(path);
+  const int size = 20000;
+  QELSimCollectionRef collection(QELSimCollectionRef::Create(context, size));
+  CaptureErr err;
+  std::vector<int> all(static_cast<size_t>(size));
+  for (int i = 0; i < size; ++i) all[static_cast<size_t>(i)] = (7919 * i) % size;  // a permutation
+  const std::string said = "**ERROR QELSimCollectionRef::CreateOrderedCSet: member ";
+  const std::string of = " (collection 0 of size 20000)\n";
+  struct Fault {
+    int position, member;
+    const char* problem;
+  };
+  auto at = [&](int i) { return all[static_cast<size_t>(i)]; };
+  const Fault faults[] = {
+      {4096, at(0), "occurs twice"},       // first of a block, repeating the first
+      {4096, at(4095), "occurs twice"},    // first of a block, repeating block 0's last
+      {12000, at(11999), "occurs twice"},  // within a block
+      {8191, at(100), "occurs twice"},     // repeats an earlier block's member
+      {19999, at(0), "occurs twice"},      // the very last
+      {8192, size, "is outside the collection"},
+      {5000, -3, "is outside the collection"},
+      {0, size + 1, "is outside the collection"},
+  };
+  for (const Fault& f : faults) {
+    std::vector<int> members = all;
+    members[static_cast<size_t>(f.position)] = f.member;
+    EXPECT_EQ(collection.CreateOrderedCSet(members.data(), size), QELSimCSetID());
+    EXPECT_EQ(err.Take(), said + std::to_string(f.member) + " at position " +
+                              std::to_string(f.position) + " " + f.problem + of);
+  }
+  // Of two faults the earlier position is named, whatever their kinds.
+  std::vector<int> two = all;
+  two[9000] = at(1);
+  two[9500] = -1;
+  two[4100] = size;
+  EXPECT_EQ(collection.CreateOrderedCSet(two.data(), size), QELSimCSetID());
+  EXPECT_EQ(err.Take(), said + "20000 at position 4100 is outside the collection" + of);
+  two[4100] = at(4100);
+  EXPECT_EQ(collection.CreateOrderedCSet(two.data(), size), QELSimCSetID());
+  EXPECT_EQ(err.Take(), said + std::to_string(at(1)) + " at position 9000 occurs twice" + of);
+
+  QELSimCSetID whole = collection.CreateOrderedCSet(all.data(), size);
+  EXPECT_EQ(whole, QELSimCSetID(context.Number(), 0, 0));
+  EXPECT_EQ(Members(whole), all);
+  QELSimManager::CloseContext(context);
+}
+
 TEST_F(QELSimService, TransfersReportTheirProblemsAndNeverOverrunTheBuffer) {
   QELSimContextID context = Create(path);
   Made m = MakeSample(context);
