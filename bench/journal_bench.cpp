@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "bench_mesh.h"
 #include "bench_util.h"
 #include "fes/fes.h"
 #include "frame/DDB_PDM_Core_startup.h"
@@ -37,16 +38,10 @@ Times Run(int systems, int option) {
   {
     msfD_Root root(0);
     msfD_Sim sim = root.createSim(file.c_str(), "", option);
-    QELSimContextID context = sim.distributionService().Context();
-    QELSimCollectionID nodes = QELSimCollectionRef::Create(context, 100);
-    sim.DiscreteModel(msfD_DiscreteModel::New(nodes, nodes, 0));
-    msfD_Mesh mesh = sim.discreteModel().Mesh(msfD_Mesh::New(nodes, nodes, 0));
-    QELSimDistributionID labels(context.Number(), 1), masks(context.Number(), 2);
-    auto array = mesh.systems();
+    bench::Mesh mesh = bench::MakeMesh(sim);
+    auto& array = mesh.systems;
     times.add = bench::BestOf(1, [&] {
-      for (int i = 0; i < systems; ++i) {
-        array.add(fesD_FESystem::New(("system " + std::to_string(i)).c_str(), labels, masks, 0));
-      }
+      for (int i = 0; i < systems; ++i) array.add(bench::System(mesh, i));
     });
     times.set = bench::BestOf(1, [&] {
       for (int i = 0; i < systems; ++i) {

@@ -40,6 +40,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench_mesh.h"
 #include "bench_util.h"
 #include "fes/fes.h"
 #include "frame/DDB_PDM_Core_startup.h"
@@ -248,15 +249,8 @@ void Build(const std::string& path, int systems) {
   msfD_Root root(0);
   msfD_Sim sim = root.createSim(path.c_str(), "", 0);
   Check(!!sim, "createSim");
-  QELSimContextID context = sim.distributionService().Context();
-  QELSimCollectionID nodes = QELSimCollectionRef::Create(context, 100);
-  sim.DiscreteModel(msfD_DiscreteModel::New(nodes, nodes, 0));
-  msfD_Mesh mesh = sim.discreteModel().Mesh(msfD_Mesh::New(nodes, nodes, 0));
-  QELSimDistributionID labels(context.Number(), 1), masks(context.Number(), 2);
-  auto array = mesh.systems();
-  for (int i = 0; i < systems; ++i) {
-    array.add(fesD_FESystem::New(("system " + std::to_string(i)).c_str(), labels, masks, 0));
-  }
+  bench::Mesh mesh = bench::MakeMesh(sim);
+  for (int i = 0; i < systems; ++i) mesh.systems.add(bench::System(mesh, i));
   root.closeSim(sim);
 }
 
