@@ -4,8 +4,9 @@
 // sim, a discrete model, a mesh and N FE systems, each with four
 // distributions in its `distributions` and `userDistributions` maps, one
 // commit per system; commits a setter on up to 1,000 systems spread over
-// the array; closes the sim; then reopens the file and reads one system
-// (first access), and reopens it and reads every system (full walk). The
+// the array (three passes, the best counts); closes the sim; then reopens
+// the file and reads one system (first access), and reopens it and reads
+// every system (full walk). The
 // baseline makes and reads the same groups, attributes and datasets
 // directly with the C API, with the same members bytes, the same flushes
 // (one per added system, one per setter) and the same file settings
@@ -71,6 +72,14 @@ std::string SystemName(int i) {
 }
 std::string NewName(int i) {
   return "renamed " + std::to_string(i);
+}
+
+// The setter passes over the sample rename, rename back and rename again, so
+// that every pass changes every record and the last leaves the new names;
+// the best pass counts (one pass of 1,000 commits is too short to be steady).
+const int kSetterPasses = 3;
+std::string NameAfterPass(int i, int pass) {
+  return pass % 2 == 0 ? NewName(i) : SystemName(i);
 }
 
 // The systems that get a setter commit: up to 1,000, spread over the array.
@@ -143,8 +152,9 @@ __attribute__((noinline)) void LibraryAdd(const Array& array, int c, int systems
 }
 
 template <class Array>
-__attribute__((noinline)) void LibrarySet(const Array& array, const std::vector<int>& sample) {
-  for (int i : sample) array.get(i).SystemName(NewName(i).c_str());
+__attribute__((noinline)) void LibrarySet(const Array& array, const std::vector<int>& sample,
+                                          int pass) {
+  for (int i : sample) array.get(i).SystemName(NameAfterPass(i, pass).c_str());
 }
 
 __attribute__((noinline)) void LibraryClose(msfD_Root& root, const msfD_Sim& sim) {
@@ -160,7 +170,9 @@ BuildTimes LibraryBuild(const std::string& path, int systems) {
   auto array = LibraryMesh(sim);
   t.add = bench::BestOf(1, [&] { LibraryAdd(array, c, systems); });
   std::vector<int> sample = SetterSample(systems);
-  t.set = bench::BestOf(1, [&] { LibrarySet(array, sample); });
+  for (int pass = 0; pass < kSetterPasses; ++pass) {
+    t.set = std::min(t.set, bench::BestOf(1, [&] { LibrarySet(array, sample, pass); }));
+  }
   t.close = bench::BestOf(1, [&] { LibraryClose(root, sim); });
   return t;
 }
@@ -419,10 +431,10 @@ __attribute__((noinline)) void RawAdd(RawDatabase& db, int systems) {
   }
 }
 
-__attribute__((noinline)) void RawSet(RawDatabase& db, const std::vector<int>& sample) {
+__attribute__((noinline)) void RawSet(RawDatabase& db, const std::vector<int>& sample, int pass) {
   RawWriter w(db.file);
   for (int i : sample) {
-    w.WriteMembers(db.elements[static_cast<size_t>(i)], SystemBytes(NewName(i)));
+    w.WriteMembers(db.elements[static_cast<size_t>(i)], SystemBytes(NameAfterPass(i, pass)));
     w.Flush();
   }
 }
@@ -439,7 +451,9 @@ BuildTimes RawBuild(const std::string& path, int systems) {
   RawDatabase db = RawSetUp(path);
   t.add = bench::BestOf(1, [&] { RawAdd(db, systems); });
   std::vector<int> sample = SetterSample(systems);
-  t.set = bench::BestOf(1, [&] { RawSet(db, sample); });
+  for (int pass = 0; pass < kSetterPasses; ++pass) {
+    t.set = std::min(t.set, bench::BestOf(1, [&] { RawSet(db, sample, pass); }));
+  }
   t.close = bench::BestOf(1, [&] { RawClose(db); });
   return t;
 }
