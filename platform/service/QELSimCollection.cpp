@@ -27,16 +27,6 @@ const char* FirstProblem(const int* members, int from, int to, int size, uint64_
   return nullptr;
 }
 
-// Whether any of `members[0, n)` is outside 0 .. size-1. Full blocks pass a
-// constant n, which lets the compiler test several members at once.
-inline bool AnyOutside(const int* members, int n, int size) {
-  unsigned outside = 0;
-  for (int i = 0; i < n; ++i) {
-    outside |= static_cast<unsigned>(static_cast<unsigned>(members[i]) >= unsigned(size));
-  }
-  return outside != 0;
-}
-
 // Marks `members[from, to)`, all in range, in `seen`; whether any was marked
 // already. The word being marked stays in a register while members fall in
 // it, as they do in runs, so marking is not a chain of loads and stores.
@@ -63,9 +53,9 @@ inline bool MarkRepeats(const int* members, int from, int to, uint64_t* seen) {
 // null when it is. `position` receives the offending position.
 //
 // Sets of tens of millions of members are written in one call, so the check
-// runs in blocks: a range test over the block, then marking with the repeats
-// only accumulated. A block that fails either is walked again one member at
-// a time to name the first fault.
+// runs in blocks: the range test of stored sets over the block, then
+// marking with the repeats only accumulated. A block that fails either is walked again one member
+// at a time to name the first fault.
 const char* CheckMembers(const int* members, int count, int size, int* position) {
   if (count > 0 && members == nullptr) return "no members given";
   const size_t words = static_cast<size_t>(size) / 64 + 1;
@@ -74,9 +64,7 @@ const char* CheckMembers(const int* members, int count, int size, int* position)
   const char* problem = nullptr;
   for (int from = 0; from < count && problem == nullptr; from += kBlock) {
     const int to = count - from > kBlock ? from + kBlock : count;
-    const bool outside = to - from == kBlock ? AnyOutside(members + from, kBlock, size)
-                                             : AnyOutside(members + from, to - from, size);
-    if (!outside) {
+    if (QELSimFirstOutside(members + from, to - from, size) < 0) {
       if (!MarkRepeats(members, from, to, seen)) continue;
       // The marks are back to those of the earlier blocks (rare: the set is
       // refused), so that the walk below names the first repeat.

@@ -51,32 +51,6 @@ bool ReadAttribute(const hdf_Attribute& a, const hdf_Datatype& type, int count, 
 // check costs one pass over the set's bytes in the page cache.
 const int kCheckPiece = 1 << 16;
 
-// The position of the first member outside 0 .. size-1 (size > 0), or -1.
-int FirstOutside(const int* members, int count, int size) {
-  // Sets are large and usually sound: a pass without branches says whether
-  // to look for the position at all. A member m is inside when neither m
-  // nor size-1-m is negative: the sign bit of their or. Blocks of a fixed
-  // length are what the compiler vectorises at -O2.
-  const unsigned last = static_cast<unsigned>(size) - 1;
-  const int kBlock = 16;
-  unsigned bits = 0;
-  int i = 0;
-  for (; i + kBlock <= count; i += kBlock) {
-    for (int k = 0; k < kBlock; ++k) {
-      unsigned m = static_cast<unsigned>(members[i + k]);
-      bits |= m | (last - m);
-    }
-  }
-  for (; i < count; ++i) {
-    unsigned m = static_cast<unsigned>(members[i]);
-    bits |= m | (last - m);
-  }
-  if ((bits >> 31) == 0) return -1;
-  i = 0;
-  while (members[i] >= 0 && members[i] < size) ++i;
-  return i;
-}
-
 // Why the `count` stored members of a set are not members of a collection
 // of `size`: null when they are; else *outside and *member say which one.
 const char* CheckStoredMembers(const hdf_Dataset& members, int count, int size, int* outside,
@@ -91,7 +65,7 @@ const char* CheckStoredMembers(const hdf_Dataset& members, int count, int size, 
         !members.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), file, buffer.data())) {
       return "cannot be read";
     }
-    int at = FirstOutside(buffer.data(), static_cast<int>(n), size);
+    int at = QELSimFirstOutside(buffer.data(), static_cast<int>(n), size);
     if (at >= 0) {
       *outside = static_cast<int>(start) + at;
       *member = buffer[static_cast<size_t>(at)];
@@ -322,6 +296,31 @@ void QELSimStorage::Close() {
   m_collections = hdf_Group();
   m_distributions = hdf_Group();
   m_file.Close();
+}
+
+int QELSimFirstOutside(const int* members, int count, int size) {
+  // Sets are large and usually sound: a pass without branches says whether
+  // to look for the position at all. A member m is inside when neither m
+  // nor size-1-m is negative: the sign bit of their or. Blocks of a fixed
+  // length are what the compiler vectorises at -O2.
+  const unsigned last = static_cast<unsigned>(size) - 1;
+  const int kBlock = 16;
+  unsigned bits = 0;
+  int i = 0;
+  for (; i + kBlock <= count; i += kBlock) {
+    for (int k = 0; k < kBlock; ++k) {
+      unsigned m = static_cast<unsigned>(members[i + k]);
+      bits |= m | (last - m);
+    }
+  }
+  for (; i < count; ++i) {
+    unsigned m = static_cast<unsigned>(members[i]);
+    bits |= m | (last - m);
+  }
+  if ((bits >> 31) == 0) return -1;
+  i = 0;
+  while (members[i] >= 0 && members[i] < size) ++i;
+  return i;
 }
 
 cow_String QELSimMinorName(uint32_t minor) {

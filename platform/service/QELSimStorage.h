@@ -118,6 +118,11 @@ class QELSimStorage : public mem_AllocationOperators {
 // The decimal name of a minor part.
 cow_String QELSimMinorName(uint32_t minor);
 
+// The position of the first of `members[0, count)` outside 0 .. size-1, or
+// -1: one pass without branches, then a search only when one is outside.
+// Used where sets are written and where they are read.
+int QELSimFirstOutside(const int* members, int count, int size);
+
 // Starts a service message: "**ERROR <operation>: ".
 aio_ostream& QELSimError(const char* operation);
 // Prints an unsigned number (minor parts) on aio_cerr.
