@@ -6,12 +6,11 @@
 // commit per system; commits a setter on up to 1,000 systems spread over
 // the array (three passes, the best counts); closes the sim; then reopens
 // the file and reads one system (first access), and reopens it and reads
-// every system (full walk). The
-// baseline makes and reads the same groups, attributes and datasets
-// directly with the C API, with the same members bytes, the same flushes
-// (one per added system, one per setter) and the same file settings
-// (hdf_File::ConfigureAccess and ConfigureCreation: format, metadata cache
-// and journal). Runs alternate between the two so that both see the same
+// every system (full walk). The baseline makes and reads the same groups,
+// attributes and datasets directly with the C API, with the same members
+// bytes, the same flushes (one per added system, one per setter) and the
+// same file settings (hdf_File::ConfigureAccess and ConfigureCreation:
+// format, metadata cache and journal). Runs alternate between the two so that both see the same
 // disturbances of a shared machine; the best of each counts.
 //
 // Rows per size: per-system time of create + commit, setter commit, close,
