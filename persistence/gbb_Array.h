@@ -87,14 +87,18 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     m_elements.assignZeroed(m_repository.ReadSize());
   }
   // Closes the elements that hold an object, last first, and frees the
-  // other slots unread: closing costs what was loaded, not the length.
+  // other slots unread: closing costs what was loaded, not the length. The
+  // slots are all zero bytes again afterwards, so that the allocator can
+  // keep their block for the next array opened.
   ~gbb_ArrayImpl() {
     int* filled = m_filled.data();
     std::sort(filled, filled + m_filled.count(), std::greater<int>());
     for (int k = 0; k < m_filled.count(); ++k) {
-      if (filled[k] < m_elements.count()) m_elements[filled[k]].Close();
+      if (filled[k] >= m_elements.count()) continue;
+      m_elements[filled[k]].Close();
+      m_elements.zeroSlot(filled[k]);
     }
-    m_elements.releaseEmpty();
+    m_elements.releaseZeroed();
   }
 
   void SetPath(gbb_Path parent, int index) { m_path.Set(parent, gbb_Root(), index); }
@@ -120,7 +124,7 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   T add(THolder& holder) {
     if (holder.IsEmpty()) aio_cerr.print("**ERROR gbb_ArrayImpl::add: inserting a NULL item\n");
     int i = m_elements.count();
-    if (!holder.IsEmpty()) m_filled.append(i, 1);
+    m_filled.append(i, 1);
     m_elements.append(holder, 1);
     THolder& slot = m_elements[i];
     // An empty slot goes through the same steps: its holder says what it cannot do.
@@ -186,7 +190,11 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     bool wasEmpty = slot.IsEmpty();
     if (wasEmpty) m_filled.append(index, 1);
     slot = THolder::Open(&m_path, index, m_repository.OpenElement(index), m_trace);
-    if (wasEmpty && slot.IsEmpty()) m_filled.truncate(1);
+    if (wasEmpty && slot.IsEmpty() && !slot.IsResolved()) {
+      // Nothing there: the slot is left as it was, zero bytes, to be tried again.
+      m_elements.zeroSlot(index);
+      m_filled.truncate(1);
+    }
   }
 
   TRepository m_repository;
@@ -194,8 +202,9 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
   bool m_connected;
   gbb_PathImpl m_path;
   gbb_AutoArray<THolder, TOwner> m_elements;
-  // The indices of the slots that were given an object (added or loaded),
-  // in that order: the only ones the destructor has to close.
+  // The indices of the slots that were added or loaded, in that order: the
+  // only ones that may hold an object or other non-zero bytes, and so the
+  // only ones the destructor has to close.
   gbb_AutoArray<int, TOwner> m_filled;
 };
 

@@ -20,6 +20,7 @@
 #ifndef DDB_PERSISTENCE_GBB_AUTOARRAY_H_
 #define DDB_PERSISTENCE_GBB_AUTOARRAY_H_
 
+#include <cassert>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -112,11 +113,22 @@ class gbb_AutoArray {
     m_count = m_capacity = n;
   }
 
-  // Frees the storage without running any element's destructor: for holders
-  // that are all empty (zero bytes, nothing to close), so that letting go of
-  // a large array of slots never read costs nothing per slot.
-  void releaseEmpty() {
-    mem_Free(m_data);
+  // Returns slot i to all zero bytes, the form of an empty holder, without
+  // running a destructor: for a holder its owner has closed already.
+  void zeroSlot(int i) { std::memset(static_cast<void*>(&m_data[i]), 0, sizeof(T)); }
+
+  // Frees the storage without running any element's destructor: for slots
+  // that are all zero bytes again (empty holders, nothing to close), so that
+  // letting go of a large array of slots never read costs nothing per slot.
+  // A block that has no room beyond its slots, as assignZeroed makes it, is
+  // all zero then, and the allocator may keep it for the next assignZeroed.
+  void releaseZeroed() {
+    if (m_count == m_capacity) {
+      assert(AllZero());
+      mem_FreeZeroed(m_data);
+    } else {
+      mem_Free(m_data);
+    }
     m_data = nullptr;
     m_count = 0;
     m_capacity = 0;
@@ -170,6 +182,15 @@ class gbb_AutoArray {
     source.capacity = 0;
   }
   void TakeOver(gbb_AutoArrayMoveSrc&& source) { TakeOver(source); }
+
+  bool AllZero() const {
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(m_data);
+    size_t size = sizeof(T) * static_cast<size_t>(m_capacity);
+    for (size_t i = 0; i < size; ++i) {
+      if (bytes[i] != 0) return false;
+    }
+    return true;
+  }
 
   void Destroy() {
     if (m_count == 0) return;

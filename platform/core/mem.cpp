@@ -28,14 +28,24 @@ void* Checked(void* p) {
 // next one from the heap, clearing every byte. The few live mapped blocks
 // are listed so that mem_Free and mem_Realloc know them (the library is
 // single-threaded); when the list is full, calloc serves.
+//
+// A fresh mapping is not free either: each page's first touch is a fault,
+// and unmapping tears the page tables down, tens of microseconds each on a
+// virtual machine, as much as opening a small database. So a block its
+// owner hands back all zero (mem_FreeZeroed) is kept as a spare, pages and
+// all, and the next zeroed request it fits takes it; the oldest spare goes
+// when a newer one needs its place.
 constexpr size_t kMapAtLeast = size_t{1} << 20;
 constexpr int kMaxMapped = 64;
+constexpr int kMaxSpare = 2;
 struct Mapped {
   void* pointer;
   size_t size;
 };
 Mapped g_mapped[kMaxMapped];
 int g_mappedCount = 0;
+Mapped g_spare[kMaxSpare];
+int g_spareCount = 0;
 
 int MappedIndex(const void* pointer) {
   if (g_mappedCount == 0 || reinterpret_cast<uintptr_t>(pointer) % 4096 != 0) return -1;
@@ -48,6 +58,30 @@ int MappedIndex(const void* pointer) {
 void Unmap(int i) {
   munmap(g_mapped[i].pointer, g_mapped[i].size);
   g_mapped[i] = g_mapped[--g_mappedCount];
+}
+
+// The smallest spare of at least `size` bytes, listed as mapped again; null
+// when none fits.
+void* TakeSpare(size_t size) {
+  int best = -1;
+  for (int i = 0; i < g_spareCount; ++i) {
+    if (g_spare[i].size >= size && (best < 0 || g_spare[i].size < g_spare[best].size)) best = i;
+  }
+  if (best < 0) return nullptr;
+  g_mapped[g_mappedCount++] = g_spare[best];
+  for (int i = best; i + 1 < g_spareCount; ++i) g_spare[i] = g_spare[i + 1];
+  --g_spareCount;
+  return g_mapped[g_mappedCount - 1].pointer;
+}
+
+void KeepSpare(int mapped) {
+  if (g_spareCount == kMaxSpare) {
+    munmap(g_spare[0].pointer, g_spare[0].size);
+    for (int i = 0; i + 1 < g_spareCount; ++i) g_spare[i] = g_spare[i + 1];
+    --g_spareCount;
+  }
+  g_spare[g_spareCount++] = g_mapped[mapped];
+  g_mapped[mapped] = g_mapped[--g_mappedCount];
 }
 
 void* Allocate(size_t size) {
@@ -76,6 +110,10 @@ void* mem_OperatorNewThrowBuiltin(size_t size) {
 void* mem_OperatorNewZeroedThrow(size_t size) {
   if (size > kMaxRequest) throw mem_Exhausted();
   if (size >= kMapAtLeast && g_mappedCount < kMaxMapped) {
+    if (void* spare = TakeSpare(size)) {
+      ++g_stats.allocations;
+      return spare;
+    }
     void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (p != MAP_FAILED) {
       g_mapped[g_mappedCount++] = {p, size};
@@ -113,6 +151,17 @@ void mem_Free(void* pointer) {
   } else {
     std::free(pointer);
   }
+}
+
+void mem_FreeZeroed(void* pointer) {
+  if (pointer == nullptr) return;
+  int mapped = MappedIndex(pointer);
+  if (mapped < 0) {
+    mem_Free(pointer);
+    return;
+  }
+  ++g_stats.frees;
+  KeepSpare(mapped);
 }
 
 mem_Statistics mem_GetStatistics() {

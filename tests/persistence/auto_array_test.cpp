@@ -210,14 +210,17 @@ TEST(AutoArray, AssignZeroedMakesEmptyHoldersInOneBlock) {
   EXPECT_TRUE(Closed().empty());
 }
 
-// Letting go of slots known to be empty frees the block and runs no
+// Letting go of slots known to be zero frees the block and runs no
 // destructor; the array is empty afterwards and can grow again.
-TEST(AutoArray, ReleaseEmptyFreesTheBlockUnread) {
+TEST(AutoArray, ReleaseZeroedFreesTheBlockUnread) {
   Closed().clear();
   Holders a;
   a.assignZeroed(1000);
+  new (&a[10]) TestHolder(3, 1);  // a slot its owner filled,
+  a[10].Close();                  // then closed
+  a.zeroSlot(10);
   long long frees = Frees();
-  a.releaseEmpty();
+  a.releaseZeroed();
   EXPECT_EQ(Frees(), frees + 1);
   EXPECT_EQ(a.count(), 0);
   EXPECT_EQ(a.capacity(), 0);
@@ -226,7 +229,7 @@ TEST(AutoArray, ReleaseEmptyFreesTheBlockUnread) {
   a.append(h, 1);
   EXPECT_EQ(a[0].id(), 7);
   a.truncate(1);
-  EXPECT_EQ(Closed(), std::vector<int>{7});
+  EXPECT_EQ(Closed(), (std::vector<int>{3, 7}));
 }
 
 TEST(AutoArray, TruncateAndRemoveDestroyOnlyWhatTheyTake) {

@@ -133,4 +133,50 @@ TEST(Mem, LargeZeroedBlocksAreZeroEveryTimeAndGrowAndFreeLikeOthers) {
   for (unsigned char* block : many) mem_Free(block);
 }
 
+// A large block handed back all zero is kept, pages and all: the next zeroed
+// request it fits gets it again (the smallest spare that fits), zero; one
+// it does not fit gets a block of its own.
+TEST(Mem, LargeBlocksHandedBackZeroAreHandedOutAgain) {
+  const size_t kLarge = size_t{4} << 20;
+  auto* small = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge));
+  auto* big = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(2 * kLarge));
+  small[12345] = 7;  // used, then cleared by its owner
+  small[12345] = 0;
+  long long frees = mem_GetStatistics().frees;
+  mem_FreeZeroed(big);
+  mem_FreeZeroed(small);
+  EXPECT_EQ(mem_GetStatistics().frees, frees + 2);
+
+  auto* again = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge - 4096));
+  EXPECT_EQ(again, small);
+  EXPECT_TRUE(AllZero(again, kLarge));
+  auto* larger = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(3 * kLarge));
+  EXPECT_NE(larger, big);
+  EXPECT_TRUE(AllZero(larger, 3 * kLarge));
+  auto* second = static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge));
+  EXPECT_EQ(second, big);
+  larger[0] = 1;
+  mem_Free(larger);  // not known to be zero: unmapped
+  mem_FreeZeroed(again);
+  mem_FreeZeroed(second);
+
+  // Two are kept, the newest: the older ones are unmapped as newer come.
+  std::vector<unsigned char*> blocks;
+  for (int i = 0; i < 4; ++i)
+    blocks.push_back(static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge)));
+  for (unsigned char* block : blocks) mem_FreeZeroed(block);
+  std::vector<unsigned char*> next;
+  for (int i = 0; i < 4; ++i) {
+    next.push_back(static_cast<unsigned char*>(mem_OperatorNewZeroedThrow(kLarge)));
+    EXPECT_TRUE(AllZero(next.back(), kLarge)) << "block " << i;
+  }
+  EXPECT_EQ(next[0], blocks[2]);
+  EXPECT_EQ(next[1], blocks[3]);
+  for (unsigned char* block : next) mem_Free(block);
+
+  // A small block goes back to the heap as any other.
+  mem_FreeZeroed(mem_OperatorNewZeroedThrow(64));
+  mem_FreeZeroed(nullptr);
+}
+
 }  // namespace
