@@ -1,4 +1,5 @@
-// Allocation on top of the C heap, with counters and a hard size ceiling.
+// Allocation on top of the C heap, with counters and a hard size ceiling;
+// small blocks come from mem_SmallBlocks.
 #include "platform/core/mem.h"
 
 #include <sys/mman.h>
@@ -6,6 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/core/mem_SmallBlocks.h"
 
 namespace {
 
@@ -84,9 +87,17 @@ void KeepSpare(int mapped) {
   g_mapped[mapped] = g_mapped[--g_mappedCount];
 }
 
-void* Allocate(size_t size) {
+// A new block, small ones from their size classes.
+void* Block(size_t size) {
   if (size > kMaxRequest) throw mem_Exhausted();
-  void* p = Checked(std::malloc(size == 0 ? 1 : size));
+  if (size <= kMemSmallMax) {
+    if (void* p = mem_SmallAllocate(size)) return p;
+  }
+  return Checked(std::malloc(size == 0 ? 1 : size));
+}
+
+void* Allocate(size_t size) {
+  void* p = Block(size);
   ++g_stats.allocations;
   return p;
 }
@@ -129,6 +140,16 @@ void* mem_OperatorNewZeroedThrow(size_t size) {
 void* mem_Realloc(void* pointer, size_t size) {
   if (pointer == nullptr) return Allocate(size);
   if (size > kMaxRequest) throw mem_Exhausted();
+  if (size_t small = mem_SmallSize(pointer)) {
+    void* p = pointer;
+    if (size > small) {
+      p = Block(size);
+      std::memcpy(p, pointer, small);
+      mem_SmallFree(pointer);
+    }
+    ++g_stats.reallocations;
+    return p;
+  }
   int mapped = MappedIndex(pointer);
   if (mapped >= 0) {
     void* p = Checked(std::malloc(size == 0 ? 1 : size));
@@ -145,6 +166,7 @@ void* mem_Realloc(void* pointer, size_t size) {
 void mem_Free(void* pointer) {
   if (pointer == nullptr) return;
   ++g_stats.frees;
+  if (mem_SmallFree(pointer)) return;
   int mapped = MappedIndex(pointer);
   if (mapped >= 0) {
     Unmap(mapped);

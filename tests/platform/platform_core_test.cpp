@@ -13,6 +13,7 @@
 #include "platform/core/aio_ostream.h"
 #include "platform/core/cow_String.h"
 #include "platform/core/mem.h"
+#include "platform/core/mem_SmallBlocks.h"
 #include "support/capture.h"
 
 namespace {
@@ -177,6 +178,55 @@ TEST(Mem, LargeBlocksHandedBackZeroAreHandedOutAgain) {
   // A small block goes back to the heap as any other.
   mem_FreeZeroed(mem_OperatorNewZeroedThrow(64));
   mem_FreeZeroed(nullptr);
+}
+
+// Small blocks: every size up to the limit is aligned for any object and
+// usable to its last byte; a freed block is handed out again to its size
+// class, growing keeps the contents, and the counters count as for the
+// heap. (Under the sanitizers the heap serves, and the checks that need the
+// size classes are skipped.)
+TEST(Mem, SmallBlocksAreAlignedUsableAndRecycledByClass) {
+  std::vector<unsigned char*> blocks;
+  for (size_t size = 0; size <= kMemSmallMax; ++size) {
+    auto* p = static_cast<unsigned char*>(mem_OperatorNewThrow(size));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u) << size;
+    std::memset(p, static_cast<int>(size), size);
+    blocks.push_back(p);
+  }
+  for (size_t size = 0; size <= kMemSmallMax; ++size) {
+    const unsigned char* p = blocks[size];
+    for (size_t i = 0; i < size; ++i) ASSERT_EQ(p[i], static_cast<unsigned char>(size)) << size;
+  }
+  const bool classes = mem_SmallSize(blocks[100]) != 0;
+  if (classes) {
+    EXPECT_EQ(mem_SmallSize(blocks[100]), 112u);
+  }
+  EXPECT_EQ(mem_SmallSize(blocks.data()), 0u);
+
+  mem_Statistics before = mem_GetStatistics();
+  unsigned char* freed = blocks[40];
+  mem_Free(freed);
+  auto* again = static_cast<unsigned char*>(mem_OperatorNewThrowBuiltin(33));
+  if (classes) {
+    EXPECT_EQ(again, freed);  // 33 and 40 bytes share a class
+  }
+  blocks[40] = again;
+
+  std::memcpy(again, "0123456789abcdef0123456789abcdef!", 33);
+  auto* grown = static_cast<unsigned char*>(mem_Realloc(again, 48));
+  if (classes) {
+    EXPECT_EQ(grown, again);  // still fits its class
+  }
+  grown = static_cast<unsigned char*>(mem_Realloc(grown, 1000));
+  EXPECT_EQ(std::memcmp(grown, "0123456789abcdef0123456789abcdef!", 33), 0);
+  grown = static_cast<unsigned char*>(mem_Realloc(grown, 20));
+  EXPECT_EQ(std::memcmp(grown, "0123456789abcdef0123", 20), 0);
+  blocks[40] = grown;
+  mem_Statistics after = mem_GetStatistics();
+  EXPECT_EQ(after.allocations, before.allocations + 1);
+  EXPECT_EQ(after.reallocations, before.reallocations + 3);
+  EXPECT_EQ(after.frees, before.frees + 1);
+  for (unsigned char* p : blocks) mem_Free(p);
 }
 
 }  // namespace
