@@ -572,6 +572,71 @@ TEST_F(QELSimService, LargeOrderedSetsNameTheirFirstFaultWhereverItLies) {
   QELSimManager::CloseContext(context);
 }
 
+// Blocks that are runs of consecutive members, rising or falling, are
+// marked a word at a time: runs across partial words are accepted, and a
+// run that meets an earlier member is refused at that member, named as any
+// other repeat.
+TEST_F(QELSimService, OrderedSetsInRunsAreCheckedLikeAnyOther) {
+  QELSimContextID context = Create(path);
+  const int size = 20000;
+  QELSimCollectionRef collection(QELSimCollectionRef::Create(context, size));
+  CaptureErr err;
+  auto run = [](std::vector<int>* to, int first, int last) {
+    const int step = last >= first ? 1 : -1;
+    for (int m = first; m != last + step; m += step) to->push_back(m);
+  };
+  std::vector<int> runs;  // three blocks of 4096: up, down, up
+  run(&runs, 5, 4100);
+  run(&runs, 8196, 4101);
+  run(&runs, 8197, 12292);
+  QELSimCSetID made = collection.CreateOrderedCSet(runs.data(), static_cast<int>(runs.size()));
+  EXPECT_NE(made, QELSimCSetID());
+  EXPECT_EQ(Members(made), runs);
+  EXPECT_EQ(err.Take(), "");
+
+  const std::string said = "**ERROR QELSimCollectionRef::CreateOrderedCSet: member ";
+  const std::string of = " occurs twice (collection 0 of size 20000)\n";
+  auto refused = [&](const std::vector<int>& members) {
+    EXPECT_EQ(collection.CreateOrderedCSet(members.data(), static_cast<int>(members.size())),
+              QELSimCSetID());
+    return err.Take();
+  };
+  std::vector<int> intoFirst(runs.begin(), runs.begin() + 8192);
+  run(&intoFirst, 4000, 8095);  // meets the first block's 4000 at once
+  EXPECT_EQ(refused(intoFirst), said + "4000 at position 8192" + of);
+
+  std::vector<int> scattered;  // 8192 .. 12287 in no order
+  for (int i = 0; i < 4096; ++i) scattered.push_back(8192 + (7919 * i) % 4096);
+  run(&scattered, 4146, 8241);  // rising into it
+  EXPECT_EQ(refused(scattered), said + "8192 at position 8142" + of);
+  scattered.resize(4096);
+  run(&scattered, 12337, 8242);  // falling into it from above
+  EXPECT_EQ(refused(scattered), said + "12287 at position 4146" + of);
+
+  for (int edge : {5, 4100, 4101, 8196, 8197, 12292}) {  // each run's ends
+    std::vector<int> again = runs;
+    again.push_back(edge);
+    EXPECT_EQ(refused(again), said + std::to_string(edge) + " at position 12288" + of);
+  }
+  std::vector<int> shortRun = runs;
+  run(&shortRun, 4160, 4162);  // within one word, inside the second block's range
+  EXPECT_EQ(refused(shortRun), said + "4160 at position 12288" + of);
+
+  // The marks are cleared after each set, whole or word by word: sets of a
+  // large collection, few members or many, are each checked from scratch.
+  QELSimCollectionRef large(QELSimCollectionRef::Create(context, 10000000));
+  const std::vector<int> few = {5, 9999999, 640, 6400000};
+  std::vector<int> many;
+  run(&many, 9999999, 0);
+  const std::vector<int>* sets[] = {&few, &few, &many, &few, &many};
+  for (const std::vector<int>* members : sets) {
+    EXPECT_NE(large.CreateOrderedCSet(members->data(), static_cast<int>(members->size())),
+              QELSimCSetID());
+  }
+  EXPECT_EQ(err.Take(), "");
+  QELSimManager::CloseContext(context);
+}
+
 TEST_F(QELSimService, TransfersReportTheirProblemsAndNeverOverrunTheBuffer) {
   QELSimContextID context = Create(path);
   Made m = MakeSample(context);
