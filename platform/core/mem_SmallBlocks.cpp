@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kGrain = 16;
 constexpr int kClasses = static_cast<int>(kMemSmallMax / kGrain);
 // Address space only: pages become usable kCommitStep at a time, and cost
-// memory once touched. 16 GiB is some fifteen million loaded objects; past
+// memory once touched. 16 GiB is some fifteen million loaded FE systems; past
 // that, and where a limit on address space refuses the reservation, the
 // heap serves.
 constexpr size_t kReserve = size_t{16} << 30;
@@ -82,6 +82,11 @@ bool IsSmall(const void* pointer) {
          static_cast<uintptr_t>(g_pool.carved - g_pool.base);
 }
 
+// The class of a small block: its run's.
+int ClassOf(const void* pointer) {
+  return g_classOfRun[static_cast<size_t>(static_cast<const char*>(pointer) - g_pool.base) / kRun];
+}
+
 }  // namespace
 
 void* mem_SmallAllocate(size_t size) {
@@ -100,15 +105,14 @@ void* mem_SmallAllocate(size_t size) {
 
 size_t mem_SmallSize(const void* pointer) {
   if (!IsSmall(pointer)) return 0;
-  size_t run = static_cast<size_t>(static_cast<const char*>(pointer) - g_pool.base) / kRun;
-  return kGrain * (size_t{g_classOfRun[run]} + 1);
+  return kGrain * static_cast<size_t>(ClassOf(pointer) + 1);
 }
 
 bool mem_SmallFree(void* pointer) {
   if (!IsSmall(pointer)) return false;
-  size_t run = static_cast<size_t>(static_cast<char*>(pointer) - g_pool.base) / kRun;
+  const int c = ClassOf(pointer);
   FreeBlock* block = static_cast<FreeBlock*>(pointer);
-  block->next = g_pool.free[g_classOfRun[run]];
-  g_pool.free[g_classOfRun[run]] = block;
+  block->next = g_pool.free[c];
+  g_pool.free[c] = block;
   return true;
 }
