@@ -10,8 +10,9 @@
 // attributes and datasets directly with the C API, with the same members
 // bytes, the same flushes (one per added system, one per setter) and the
 // same file settings (hdf_File::ConfigureAccess and ConfigureCreation:
-// format, metadata cache and journal). Runs alternate between the two so that both see the same
-// disturbances of a shared machine; the best of each counts.
+// format, metadata cache and journal). Runs alternate between the two so
+// that both see the same disturbances of a shared machine; the best of each
+// counts.
 //
 // Rows per size: per-system time of create + commit, setter commit, close,
 // reopen, first access and full walk against the C API; file size per

@@ -57,17 +57,9 @@ inline bool IsRun(const int* members, int from, int to, int* lowest, int* highes
   const int first = members[from], last = members[to - 1];
   const int step = last >= first ? 1 : -1;
   if (last - first != step * (to - 1 - from)) return false;
-  // No early exit, and blocks of a fixed length, so that the compiler
-  // vectorises the loop at -O2.
-  const int kBlock = 16;
-  unsigned off = 0;
-  int i = from + 1;
-  for (; i + kBlock <= to; i += kBlock) {
-    for (int k = 0; k < kBlock; ++k) {
-      off |= static_cast<unsigned>(members[i + k] - members[i + k - 1] - step);
-    }
-  }
-  for (; i < to; ++i) off |= static_cast<unsigned>(members[i] - members[i - 1] - step);
+  const unsigned off = QELSimOrOver(from + 1, to, [&](int i) {
+    return static_cast<unsigned>(members[i] - members[i - 1] - step);
+  });
   *lowest = step > 0 ? first : last;
   *highest = step > 0 ? last : first;
   return off == 0;

@@ -301,24 +301,14 @@ void QELSimStorage::Close() {
 int QELSimFirstOutside(const int* members, int count, int size) {
   // Sets are large and usually sound: a pass without branches says whether
   // to look for the position at all. A member m is inside when neither m
-  // nor size-1-m is negative: the sign bit of their or. Blocks of a fixed
-  // length are what the compiler vectorises at -O2.
+  // nor size-1-m is negative: the sign bit of their or.
   const unsigned last = static_cast<unsigned>(size) - 1;
-  const int kBlock = 16;
-  unsigned bits = 0;
-  int i = 0;
-  for (; i + kBlock <= count; i += kBlock) {
-    for (int k = 0; k < kBlock; ++k) {
-      unsigned m = static_cast<unsigned>(members[i + k]);
-      bits |= m | (last - m);
-    }
-  }
-  for (; i < count; ++i) {
-    unsigned m = static_cast<unsigned>(members[i]);
-    bits |= m | (last - m);
-  }
+  const unsigned bits = QELSimOrOver(0, count, [&](int i) {
+    const unsigned m = static_cast<unsigned>(members[i]);
+    return m | (last - m);
+  });
   if ((bits >> 31) == 0) return -1;
-  i = 0;
+  int i = 0;
   while (members[i] >= 0 && members[i] < size) ++i;
   return i;
 }
