@@ -86,13 +86,16 @@ class gbb_ArrayImpl : public mem_AllocationOperators {
     // of append.
     m_elements.assignZeroed(m_repository.ReadSize());
   }
-  // Closes the elements that hold an object, last first, and frees the
-  // other slots unread: closing costs what was loaded, not the length. The
-  // slots are all zero bytes again afterwards, so that the allocator can
-  // keep their block for the next array opened.
+  // Closes the elements that hold an object, first first, and frees the
+  // other slots unread: closing costs what was loaded, not the length. In
+  // index order, the elements' groups leave HDF5's tables of open objects
+  // (ordered by identifier and by address, which as a rule grow with the
+  // index) at their heads, the cheapest place. The slots are all zero bytes
+  // again afterwards, so that the allocator can keep their block for the
+  // next array opened.
   ~gbb_ArrayImpl() {
     int* filled = m_filled.data();
-    std::sort(filled, filled + m_filled.count(), std::greater<int>());
+    std::sort(filled, filled + m_filled.count());
     for (int k = 0; k < m_filled.count(); ++k) {
       if (filled[k] >= m_elements.count()) continue;
       m_elements[filled[k]].Close();
