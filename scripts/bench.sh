@@ -9,3 +9,7 @@ for b in build/release/bench/*_bench; do
   echo "== $(basename "$b")"
   "$b"
 done
+if [ -d build/release/python/module ]; then
+  echo "== python_bench.py"
+  PYTHONPATH=build/release/python/module /usr/bin/python3 bench/python_bench.py
+fi
