@@ -16,7 +16,6 @@
 #define DDB_PERSISTENCE_GBB_ARRAY_H_
 
 #include <algorithm>
-#include <functional>
 
 #include "persistence/gbb_AutoArray.h"
 #include "persistence/gbb_Class.h"
