@@ -204,7 +204,7 @@ QELSimCSetID QELSimCollectionRef::CreateOrderedCSet(const int* members, int coun
   if (n > 0 && !set.Write(hdf_Datatype::NATIVE_INT(), space, space, members)) {
     return QELSimCSetID();
   }
-  storage->RememberSet(m_id.CollectionMinor(), minor, set, count);
+  storage->RememberSet(m_id.CollectionMinor(), minor, set, count, size);
   return QELSimCSetID(m_id.ContextNumber(), m_id.CollectionMinor(), minor);
 }
 

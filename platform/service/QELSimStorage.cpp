@@ -86,7 +86,7 @@ QELSimStorage::QELSimStorage(const hdf_File& file, dev_t device, ino_t inode, bo
       m_numCollections(kQELSimNoMinor),
       m_numDistributions(kQELSimNoMinor),
       m_lastCollection{kQELSimNoMinor, hdf_Group(), 0, kQELSimNoMinor},
-      m_lastSet{kQELSimNoMinor, kQELSimNoMinor, hdf_Dataset(), 0},
+      m_lastSet{kQELSimNoMinor, kQELSimNoMinor, hdf_Dataset(), 0, 0, false},
       m_lastDistributionMinor(kQELSimNoMinor),
       m_lastDistribution() {}
 
@@ -174,45 +174,58 @@ bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) 
   return true;
 }
 
-bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size,
-                            const char* operation, bool* damaged) {
-  if (collection == m_lastSet.collection && set == m_lastSet.set && m_lastSet.members.IsValid()) {
-    *members = m_lastSet.members;
-    *size = m_lastSet.size;
-    return true;
-  }
-  hdf_Group group;
-  int collectionSize = 0;
-  if (!FindCollection(collection, &group, &collectionSize)) return false;
-  *members = group.TryDatasetOpen(QELSimMinorName(set));
-  *size = Count(members->Space());
-  if (*size < 0) return false;
+bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, bool checkMembers,
+                            hdf_Dataset* members, int* size, const char* operation, bool* damaged) {
+  const bool kept =
+      collection == m_lastSet.collection && set == m_lastSet.set && m_lastSet.members.IsValid();
   // Distinct members of the collection: never more than it has, each inside it.
   const char* problem = nullptr;
   int outside = -1;  // the position of a member outside the collection
   int member = 0;    // and that member
-  if (*size > collectionSize) {
-    problem = "has more members than its collection";
-  } else if (members->StorageSize() < static_cast<hsize_t>(*size) * sizeof(int)) {
-    problem = "holds fewer members in the file than its extent";
-  } else if (*size > 0) {
-    problem = CheckStoredMembers(*members, *size, collectionSize, &outside, &member);
-  }
-  if (problem != nullptr) {
-    *damaged = true;
-    QELSimError(operation).print("set ");
-    QELSimPrintMinor(set).print(" of collection ");
-    QELSimPrintMinor(collection).print(" (size ").print_int(collectionSize).print(") ");
-    aio_cerr.print(problem);
-    if (outside >= 0) {
-      aio_cerr.print(": ").print_int(member);
-      aio_cerr.print(" at position ").print_int(outside);
+  if (!kept) {
+    hdf_Group group;
+    int collectionSize = 0;
+    if (!FindCollection(collection, &group, &collectionSize)) return false;
+    hdf_Dataset found = group.TryDatasetOpen(QELSimMinorName(set));
+    const int count = Count(found.Space());
+    if (count < 0) return false;
+    if (count > collectionSize) {
+      problem = "has more members than its collection";
+    } else if (found.StorageSize() < static_cast<hsize_t>(count) * sizeof(int)) {
+      problem = "holds fewer members in the file than its extent";
     }
-    aio_cerr.put('\n');
-    return false;
+    if (problem != nullptr)
+      return ReportSet(collection, set, collectionSize, problem, -1, 0, operation, damaged);
+    m_lastSet = {collection, set, found, count, collectionSize, count == 0};
   }
-  RememberSet(collection, set, *members, *size);
+  if (checkMembers && !m_lastSet.checked) {
+    problem = CheckStoredMembers(m_lastSet.members, m_lastSet.size, m_lastSet.collectionSize,
+                                 &outside, &member);
+    if (problem != nullptr) {
+      return ReportSet(collection, set, m_lastSet.collectionSize, problem, outside, member,
+                       operation, damaged);
+    }
+    m_lastSet.checked = true;
+  }
+  *members = m_lastSet.members;
+  *size = m_lastSet.size;
   return true;
+}
+
+bool QELSimStorage::ReportSet(uint32_t collection, uint32_t set, int collectionSize,
+                              const char* problem, int outside, int member, const char* operation,
+                              bool* damaged) {
+  *damaged = true;
+  QELSimError(operation).print("set ");
+  QELSimPrintMinor(set).print(" of collection ");
+  QELSimPrintMinor(collection).print(" (size ").print_int(collectionSize).print(") ");
+  aio_cerr.print(problem);
+  if (outside >= 0) {
+    aio_cerr.print(": ").print_int(member);
+    aio_cerr.print(" at position ").print_int(outside);
+  }
+  aio_cerr.put('\n');
+  return false;
 }
 
 void QELSimStorage::RememberCollection(uint32_t minor, const hdf_Group& group, int size,
@@ -238,11 +251,8 @@ void QELSimStorage::SetAdded(uint32_t collection) {
 }
 
 void QELSimStorage::RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members,
-                                int size) {
-  m_lastSet.collection = collection;
-  m_lastSet.set = set;
-  m_lastSet.members = members;
-  m_lastSet.size = size;
+                                int size, int collectionSize) {
+  m_lastSet = {collection, set, members, size, collectionSize, true};
 }
 
 bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution,
@@ -265,7 +275,7 @@ bool QELSimStorage::FindDistribution(uint32_t minor, QELSimStoredDistribution* d
   hdf_Dataset setMembers;
   int setSize = -1;
   bool setDamaged = false;
-  bool setFound = FindSet(set[0], set[1], &setMembers, &setSize, operation, &setDamaged);
+  bool setFound = FindSet(set[0], set[1], false, &setMembers, &setSize, operation, &setDamaged);
   if (!setFound || count != setSize ||
       values.StorageSize() < static_cast<hsize_t>(count) * sizeof(int)) {
     *damaged = true;
@@ -371,7 +381,7 @@ bool QELSimLookupSet(QELSimCSetID id, bool write, const char* operation, QELSimS
   *storage = UseIdentifier(id.ContextNumber(), id.IsValid(), write, "set", operation);
   if (*storage == nullptr) return false;
   bool damaged = false;
-  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), members, size, operation,
+  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), true, members, size, operation,
                           &damaged)) {
     return true;
   }

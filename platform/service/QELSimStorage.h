@@ -66,15 +66,20 @@ class QELSimStorage : public mem_AllocationOperators {
   void DistributionAdded() { ++m_numDistributions; }
 
   // Lookups by minor parts; false, silently, when they name nothing here.
-  // Sets and distributions are checked against what they stand on (members
-  // inside their collection, one value per member of the set): one that is
-  // not consistent is refused after a message, with *damaged set.
+  // Sets and distributions are checked against what they stand on (no more
+  // members than their collection, one value per member of the set, all of
+  // them in the file): one that is not consistent is refused after a
+  // message, with *damaged set.
+  // A set is checked member by member (each inside its collection) when
+  // `checkMembers`: where its members are handed out or built on. Reading a
+  // distribution's values does not use them, and skips that second pass
+  // over as many bytes as the values.
   // The object of each kind found or made last is kept open: callers go
   // from a collection to its new set to a distribution over it, or from a
   // distribution's drawers to its values, one object at a time.
   bool FindCollection(uint32_t minor, hdf_Group* group, int* size);
-  bool FindSet(uint32_t collection, uint32_t set, hdf_Dataset* members, int* size,
-               const char* operation, bool* damaged);
+  bool FindSet(uint32_t collection, uint32_t set, bool checkMembers, hdf_Dataset* members,
+               int* size, const char* operation, bool* damaged);
   bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution,
                         const char* operation, bool* damaged);
   // `sets`: how many sets it has, when known (a new collection has none).
@@ -83,7 +88,9 @@ class QELSimStorage : public mem_AllocationOperators {
   // The minor part of the next new set of `collection` (an open group of it).
   uint32_t NextSet(uint32_t collection, const hdf_Group& group);
   void SetAdded(uint32_t collection);
-  void RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members, int size);
+  // A set just made, its members checked as they were given.
+  void RememberSet(uint32_t collection, uint32_t set, const hdf_Dataset& members, int size,
+                   int collectionSize);
 
   // Closes the file and everything opened in it.
   void Close();
@@ -93,6 +100,10 @@ class QELSimStorage : public mem_AllocationOperators {
   int users;  // open contexts on this file
 
  private:
+  // Says why a set is refused; false.
+  static bool ReportSet(uint32_t collection, uint32_t set, int collectionSize, const char* problem,
+                        int outside, int member, const char* operation, bool* damaged);
+
   hdf_File m_file;
   bool m_writable;
   bool m_foreign = false;  // service data of another format
@@ -110,6 +121,8 @@ class QELSimStorage : public mem_AllocationOperators {
     uint32_t collection, set;
     hdf_Dataset members;
     int size;
+    int collectionSize;
+    bool checked;  // every member known to be inside the collection
   } m_lastSet;
   uint32_t m_lastDistributionMinor;
   QELSimStoredDistribution m_lastDistribution;

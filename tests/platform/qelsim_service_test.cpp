@@ -392,18 +392,23 @@ TEST_F(QELSimService, InconsistentServiceDataIsRefusedWithAMessage) {
   };
   const std::string set = "/QELSim/collections/0/0";
   const std::string setOf = "set 0 of collection 0 (size 10) ";
-  // A member outside the collection: the set is refused, and with it the distribution.
-  auto outside = [&](const std::string& member) {
-    const std::string why = setOf + "has a member outside its collection: " + member + "\n";
-    return "sizes 0 0\n**ERROR QELSimCSet::Size: " + why +
-           "**ERROR QELSimDistributionRef::NumDrawers: " + why +
-           "**ERROR QELSimDistributionRef::NumDrawers: distribution 0 holds 3 values over a "
-           "set that cannot be used\n";
+  // A member outside the collection: the set is refused wherever its members
+  // would be handed out, first looked up or reached from the distribution;
+  // the distribution's values do not depend on them and read back whole.
+  auto outside = [&](const std::vector<int>& members, const std::string& member) {
+    RawReplaceInts(path, set.c_str(), members);
+    const std::string refused = "**ERROR QELSimCSet::Size: " + setOf +
+                                "has a member outside its collection: " + member + "\n";
+    EXPECT_EQ(check(), "sizes 0 1\n" + refused);
+    QELSimContextID context = Open(path, hdf_File::ReadOnly);
+    const int n = context.Number();
+    EXPECT_EQ(ReadInt32(QELSimDistributionID(n, 0)), (std::vector<int>{30, 0, -70}));
+    EXPECT_EQ(QELSimCSet(QELSimCSetID(n, 0, 0)).Size(), 0);
+    QELSimManager::CloseContext(context);
+    EXPECT_EQ(err.Take(), refused);
   };
-  RawReplaceInts(path, set.c_str(), {3, 12, 7});
-  EXPECT_EQ(check(), outside("12 at position 1"));
-  RawReplaceInts(path, set.c_str(), {-1, 0, 7});
-  EXPECT_EQ(check(), outside("-1 at position 0"));
+  outside({3, 12, 7}, "12 at position 1");
+  outside({-1, 0, 7}, "-1 at position 0");
   RawReplaceInts(path, set.c_str(), std::vector<int>(11, 1));
   std::string more =
       "**ERROR QELSimCSet::Size: " + setOf + "has more members than its collection\n";
