@@ -608,22 +608,13 @@ int BuildChild(const std::string& kind, const std::string& path, int systems) {
   return 0;
 }
 
-// Runs this program again as `arguments` and reads the numbers it prints.
-template <int N>
-void InFreshProcess(const std::string& arguments, const char* what, double (&numbers)[N]) {
-  const std::string command = "/proc/" + std::to_string(getpid()) + "/exe " + arguments;
-  std::FILE* child = popen(command.c_str(), "r");
-  int read = 0;
-  while (child != nullptr && read < N && std::fscanf(child, "%lf", &numbers[read]) == 1) ++read;
-  Check(child != nullptr && pclose(child) == 0 && read == N, what);
-}
-
-// Builds in a fresh process, so that neither side inherits the heap the other
-// left (whichever builds second in one process closes up to 1.5x slower).
+// Builds in a fresh process (whichever builds second in one process closes
+// up to 1.5x slower).
 BuildTimes BuildInFreshProcess(const char* kind, const std::string& path, int systems) {
   double t[3];
-  InFreshProcess(std::string("--build ") + kind + " " + path + " " + std::to_string(systems),
-                 "a build in a fresh process", t);
+  Check(bench::InFreshProcess(
+            std::string("--build ") + kind + " " + path + " " + std::to_string(systems), t),
+        "a build in a fresh process");
   BuildTimes times;
   times.add = t[0];
   times.set = t[1];
@@ -637,8 +628,10 @@ struct WalkMemory {
 
 WalkMemory MeasureWalkMemory(const char* kind, const std::string& path, int systems) {
   double bytes[2];
-  InFreshProcess(std::string("--walk-memory ") + kind + " " + path + " " + std::to_string(systems),
-                 "the walk in a fresh process", bytes);
+  Check(
+      bench::InFreshProcess(
+          std::string("--walk-memory ") + kind + " " + path + " " + std::to_string(systems), bytes),
+      "the walk in a fresh process");
   return {bytes[0] / systems, bytes[1] / systems};
 }
 
