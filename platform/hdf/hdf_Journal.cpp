@@ -56,30 +56,51 @@ const uint64_t kJournalByte = kWriterByte + 1;
 const uint64_t kSeenMarks = kWriterByte + (uint64_t(1) << 40);
 const uint64_t kCopiedMarks = kWriterByte + (uint64_t(1) << 41);
 const uint64_t kMarkRange = uint64_t(1) << 40;
+const uint64_t kMarksEnd = kCopiedMarks + kMarkRange;
 
 // The process's writers (single-threaded, like the rest of the library).
 hdf_Journal* g_writers = nullptr;
 // Why the last change to a file failed, in the system's words.
 const char* g_failure = nullptr;
 
+// Little-endian, at p; returns the end.
+template <int N>
+unsigned char* StoreLittle(unsigned char* p, uint64_t value) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  memcpy(p, &value, N);  // the low N bytes, in order
+#else
+  for (int i = 0; i < N; ++i) p[i] = static_cast<unsigned char>(value >> (8 * i));
+#endif
+  return p + N;
+}
+
 void Put64(std::vector<unsigned char>& out, uint64_t value) {
-  for (int i = 0; i < 8; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
+  out.resize(out.size() + 8);
+  StoreLittle<8>(&out[out.size() - 8], value);
 }
 
 void Put32(std::vector<unsigned char>& out, uint32_t value) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
+  out.resize(out.size() + 4);
+  StoreLittle<4>(&out[out.size() - 4], value);
+}
+
+template <int N>
+uint64_t LoadLittle(const unsigned char* p) {
+  uint64_t value = 0;
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  memcpy(&value, p, N);
+#else
+  for (int i = N - 1; i >= 0; --i) value = (value << 8) | p[i];
+#endif
+  return value;
 }
 
 uint64_t Get64(const unsigned char* p) {
-  uint64_t value = 0;
-  for (int i = 7; i >= 0; --i) value = (value << 8) | p[i];
-  return value;
+  return LoadLittle<8>(p);
 }
 
 uint32_t Get32(const unsigned char* p) {
-  uint32_t value = 0;
-  for (int i = 3; i >= 0; --i) value = (value << 8) | p[i];
-  return value;
+  return static_cast<uint32_t>(LoadLittle<4>(p));
 }
 
 uint32_t Crc(uint32_t crc, const void* bytes, size_t size) {
@@ -408,25 +429,18 @@ bool hdf_Journal::WriteBase() {
 void hdf_Journal::WriteLive() {
   if (m_journal < 0) return;
   m_liveBehind = false;
-  std::vector<unsigned char> live;
-  live.reserve(kLiveBytes);
-  Put64(live, m_base.salt);
-  Put64(live, m_restarts);
-  Put64(live, m_last);
-  Put64(live, m_end);
-  Put64(live, m_limit);
-  Put64(live, m_freed);
-  Put64(live, m_base.copied);
-  Put64(live, m_base.next);
-  Put64(live, m_base.size);
-  Put32(live, m_base.crc);
-  live.push_back(m_durable ? 1 : 0);
-  live.push_back(m_closed ? 1 : 0);
-  live.resize(80, 0);
-  Put64(live, m_base.safe);
-  live.resize(kLiveBytes - 4, 0);
-  Put32(live, Crc(Crc(0, nullptr, 0), live.data(), live.size()));
-  m_io->Write(m_journal, live.data(), live.size(), kLiveAt);
+  unsigned char live[kLiveBytes] = {};
+  unsigned char* at = live;
+  for (uint64_t value : {m_base.salt, m_restarts, m_last, m_end, m_limit, m_freed, m_base.copied,
+                         m_base.next, m_base.size}) {
+    at = StoreLittle<8>(at, value);
+  }
+  at = StoreLittle<4>(at, m_base.crc);
+  at[0] = m_durable ? 1 : 0;
+  at[1] = m_closed ? 1 : 0;
+  StoreLittle<8>(live + 80, m_base.safe);
+  StoreLittle<4>(live + kLiveBytes - 4, Crc(Crc(0, nullptr, 0), live, kLiveBytes - 4));
+  m_io->Write(m_journal, live, kLiveBytes, kLiveAt);
 }
 
 bool hdf_Journal::ReadLive(Live* state) {
@@ -814,23 +828,24 @@ bool hdf_Journal::Commit() {
   const uint64_t safe = std::max(m_safe, m_eof);
   Transaction transaction;
   transaction.number = number;
-  std::vector<unsigned char> record;
-  record.reserve(static_cast<size_t>(kCommitBytes + m_pending.size() * kExtentBytes + 16));
-  Put64(record, m_pending.size());
-  Put64(record, m_eof);
-  Put64(record, safe);
-  transaction.extents.reserve(m_pending.size() * 3);
+  // The commit record, all but the trailer's crc and end mark.
+  std::vector<unsigned char> record(
+      static_cast<size_t>(kCommitBytes + m_pending.size() * kExtentBytes + 16));
+  unsigned char* at = StoreLittle<8>(record.data(), m_pending.size());
+  at = StoreLittle<8>(at, m_eof);
+  at = StoreLittle<8>(at, safe);
+  transaction.extents.resize(m_pending.size() * 3);
+  uint64_t* extent = transaction.extents.data();
   for (const auto& entry : m_pending) {
-    uint64_t length = entry.second.end - entry.first;
-    uint64_t position = entry.second.zeros ? 0 : entry.second.position;
-    Put64(record, entry.first);
-    Put64(record, length);
-    Put64(record, position);
-    transaction.extents.insert(transaction.extents.end(), {entry.first, length, position});
+    extent[0] = entry.first;
+    extent[1] = entry.second.end - entry.first;
+    extent[2] = entry.second.zeros ? 0 : entry.second.position;
+    for (int i = 0; i < 3; ++i) at = StoreLittle<8>(at, extent[i]);
+    extent += 3;
   }
   const uint64_t commit = m_spilled + m_buffer.size();
-  Put64(record, commit);
-  Put64(record, number);
+  at = StoreLittle<8>(at, commit);
+  StoreLittle<8>(at, number);
   Append(record.data(), record.size());
   record.clear();
   Put32(record, m_crc);
@@ -869,7 +884,7 @@ bool hdf_Journal::Commit() {
   m_buffer.clear();
   if (m_buffer.capacity() > 4 * kBufferLimit) m_buffer.shrink_to_fit();
   m_dirty = m_direct = false;
-  // Readers learn of the transaction from the checkpoint's first write of
+  // Readers learn of the transaction from the checkpoint's write of
   // the live state, which follows at once.
   m_liveBehind = true;
   // Copied into the file at once as far as the readers allow, so that the
@@ -923,24 +938,35 @@ uint64_t hdf_Journal::HighestMark() {
 bool hdf_Journal::Checkpoint(Force force, bool settle) {
   if (!m_writable || m_failed || m_journal < 0) return !m_failed;
   // How far the readers allow, decided while none can be opening: readers
-  // that open afterwards see at least this far.
+  // that open afterwards see at least this far. Usually there is no reader:
+  // one lock over the journal's byte and every mark says so.
   const bool wait = force != kWhenNoneOpening;
-  if (m_guarded &&
-      m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, wait) == hdf_JournalIo::kBusy) {
+  const bool asReadersAllow = force == kAsReadersAllow || force == kWhenNoneOpening;
+  bool readers = m_guarded;
+  if (m_guarded && m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte,
+                              kMarksEnd - kJournalByte, false) == hdf_JournalIo::kLocked) {
+    readers = false;
+  } else if (m_guarded && m_io->Lock(m_db, hdf_JournalIo::kExclusive, kJournalByte, 1, wait) ==
+                              hdf_JournalIo::kBusy) {
     // A reader is opening: the copy waits for a later commit, and readers
     // learn of this one now (it is complete in the journal).
     if (m_liveBehind) WriteLive();
     return true;
   }
-  const bool asReadersAllow = force == kAsReadersAllow || force == kWhenNoneOpening;
-  uint64_t target = !asReadersAllow || !m_guarded ? m_last : LowestMark(kSeenMarks, m_last);
+  uint64_t target = asReadersAllow && readers ? LowestMark(kSeenMarks, m_last) : m_last;
   target = std::max(target, m_base.copied);
-  if (target > m_limit || m_liveBehind) {
-    m_limit = std::max(m_limit, target);
-    WriteLive();  // readers holding less see it after their next read
+  if (target > m_limit) {
+    m_limit = target;
+    m_liveBehind = true;
+    // Snapshots the copy overwrites learn of it first, after their next read.
+    if (!asReadersAllow) WriteLive();
   }
-  if (m_guarded) m_io->Unlock(m_db, kJournalByte, 1);
-  if (target > m_base.copied && !CopyThrough(target)) return false;
+  // No reader opens meanwhile, and none of those open reads what the copy
+  // changes: they learn of the transaction and of the copy at once.
+  const bool copied = target <= m_base.copied || CopyThrough(target);
+  if (copied && m_liveBehind) WriteLive();
+  if (m_guarded) m_io->Unlock(m_db, kJournalByte, kMarksEnd - kJournalByte);
+  if (!copied) return false;
   if (!settle) return true;
 
   // The file holds the copies before the header says so; then the journal
@@ -967,30 +993,47 @@ bool hdf_Journal::Checkpoint(Force force, bool settle) {
 }
 
 bool hdf_Journal::CopyThrough(uint64_t number) {
-  // The newest bytes of each address among the transactions copied.
-  Overlay copy;
   size_t count = 0;
   uint64_t start = m_base.next;
   for (const Transaction& t : m_transactions) {
     if (t.number > number) break;
-    const std::vector<uint64_t>& e = t.extents;
-    for (size_t i = 0; i < e.size(); i += 3) {
-      bool zeros = e[i + 2] == 0;
-      Place(&copy, e[i], Extent{e[i] + e[i + 1], zeros ? 0 : e[i + 2], zeros});
-    }
     start = t.end;
     ++count;
   }
-  std::vector<unsigned char> chunk;
-  for (const auto& entry : copy) {
-    uint64_t address = entry.first, length = entry.second.end - entry.first;
-    for (uint64_t done = 0; done < length; done += chunk.size()) {
-      chunk.assign(static_cast<size_t>(std::min<uint64_t>(length - done, kCopyChunk)), 0);
-      if ((!entry.second.zeros &&
-           !ReadJournal(entry.second.position + done, chunk.size(), chunk.data())) ||
-          !m_io->Write(m_db, chunk.data(), chunk.size(), address + done)) {
-        return Fail();
+  // The newest bytes of each address among the transactions copied, as
+  // address, length, position triples (0: zeros). One transaction's extents
+  // are so already: in order and apart, as its writes left them.
+  const std::vector<uint64_t>* extents = &m_transactions[0].extents;
+  std::vector<uint64_t> merged;
+  if (count > 1) {
+    Overlay copy;
+    for (size_t k = 0; k < count; ++k) {
+      const std::vector<uint64_t>& e = m_transactions[k].extents;
+      for (size_t i = 0; i < e.size(); i += 3) {
+        bool zeros = e[i + 2] == 0;
+        Place(&copy, e[i], Extent{e[i] + e[i + 1], zeros ? 0 : e[i + 2], zeros});
       }
+    }
+    for (const auto& entry : copy) {
+      merged.insert(merged.end(), {entry.first, entry.second.end - entry.first,
+                                   entry.second.zeros ? 0 : entry.second.position});
+    }
+    extents = &merged;
+  }
+  std::vector<unsigned char> chunk;
+  for (size_t i = 0; i < extents->size(); i += 3) {
+    const uint64_t address = (*extents)[i], length = (*extents)[i + 1];
+    const uint64_t position = (*extents)[i + 2];
+    for (uint64_t done = 0; done < length;) {
+      const size_t n = static_cast<size_t>(std::min<uint64_t>(length - done, kCopyChunk));
+      if (position == 0) {
+        chunk.assign(n, 0);
+      } else {
+        chunk.resize(n);
+        if (!ReadJournal(position + done, n, chunk.data())) return Fail();
+      }
+      if (!m_io->Write(m_db, chunk.data(), n, address + done)) return Fail();
+      done += n;
     }
   }
   const Transaction& last = m_transactions[count - 1];
@@ -1001,11 +1044,16 @@ bool hdf_Journal::CopyThrough(uint64_t number) {
   m_base.size = last.eof;
   m_base.safe = m_safe;
   m_transactions.erase(m_transactions.begin(), m_transactions.begin() + count);
-  // What reads found in the journal up to here is in the file now.
-  for (auto it = m_overlay.begin(); it != m_overlay.end();) {
-    it = it->second.position < start ? m_overlay.erase(it) : std::next(it);
+  // What reads found in the journal up to here is in the file now: all of
+  // it, when every transaction is and none is under way.
+  if (number == m_last && m_pending.empty()) {
+    m_overlay.clear();
+  } else {
+    for (auto it = m_overlay.begin(); it != m_overlay.end();) {
+      it = it->second.position < start ? m_overlay.erase(it) : std::next(it);
+    }
   }
-  WriteLive();
+  m_liveBehind = true;  // the caller writes the live state
   return true;
 }
 

@@ -32,7 +32,7 @@ class CrashIo : public hdf_JournalIo {
  public:
   long crashAt = 0, changes = 0;
   bool torn = false;
-  std::string suffix;
+  std::string suffix, after;  // after: none counts until such a file changed
   long lossAt = 0, points = 0;
   bool atChange = false;
   uint64_t seed = 0;
@@ -83,13 +83,18 @@ class CrashIo : public hdf_JournalIo {
   }
 
  private:
+  static bool EndsWith(const std::string& name, const std::string& end) {
+    return name.size() >= end.size() &&
+           name.compare(name.size() - end.size(), end.size(), end) == 0;
+  }
+
   void Changing(int fd, const void* bytes, size_t size, uint64_t offset) {
     const std::string& name = names_[fd];
-    if (!suffix.empty() &&
-        (name.size() < suffix.size() ||
-         name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)) {
+    if (!after.empty()) {
+      if (EndsWith(name, after)) after.clear();
       return;
     }
+    if (!suffix.empty() && !EndsWith(name, suffix)) return;
     ++changes;
     if (lossAt != 0 && atChange && ++points == lossAt) LosePower();
     if (crashAt == 0 || changes != crashAt) return;
@@ -165,9 +170,10 @@ const bool kInstalled = Installed() != nullptr;
 
 }  // namespace
 
-long CrashAt(long change, bool torn, const char* suffix) {
+long CrashAt(long change, bool torn, const char* suffix, const char* after) {
   CrashIo* io = Installed();
   io->suffix = suffix != nullptr ? suffix : "";
+  io->after = after != nullptr ? after : "";
   long counted = io->changes;
   io->changes = 0;
   io->crashAt = change;

@@ -16,9 +16,10 @@
 // Kills the process (SIGKILL) at the `change`-th change to a database or
 // journal file from now (a write, a change of length or a freed range,
 // counted from 1), after writing half of its bytes when `torn`; with
-// `suffix`, only changes to the files whose names end so count. 0 switches
+// `suffix`, only changes to the files whose names end so count, and with
+// `after`, only those once a file whose name ends so has changed. 0 switches
 // it off. Returns the number of changes counted since the last call.
-long CrashAt(long change, bool torn, const char* suffix = nullptr);
+long CrashAt(long change, bool torn, const char* suffix = nullptr, const char* after = nullptr);
 
 // Loses power at the `sync`-th sync point from now (before that sync), or
 // with `atChange`, at the `sync`-th change: the files keep what was synced

@@ -68,22 +68,24 @@ class Journal : public testing::Test {
   // Runs the workload to commit `commit` - 1 in a child that then arms the
   // crash hook and goes on with `commit`. Returns the child's exit status
   // (-1 when the hook killed it).
-  int CommitWithCrash(int commit, long change, bool torn, const char* suffix = nullptr) {
+  int CommitWithCrash(int commit, long change, bool torn, const char* suffix = nullptr,
+                      const char* after = nullptr) {
     Remove();
     return RunToEnd([&] {
       RunWorkload(
           path, commit,
           [&](int c, const Facts&) {
-            if (c == commit - 1) CrashAt(change, torn, suffix);
+            if (c == commit - 1) CrashAt(change, torn, suffix, after);
           },
           [] { _exit(0); });  // nothing of closing counts
     });
   }
 
   // Leaves `commit` committed in the journal and nothing of it copied into
-  // the file: the writer dies as it would say so (the journal's second change).
+  // the file: the writer dies as it would start the copy (the file's first
+  // change after the journal's).
   void PendingCommit(int commit) {
-    ASSERT_EQ(CommitWithCrash(commit, 2, false, "-journal"), -1);
+    ASSERT_EQ(CommitWithCrash(commit, 1, false, ".sim", "-journal"), -1);
     ASSERT_TRUE(hdf_File::JournalPending(path.c_str()));
     db = ReadWholeFile(path);
     pending = ReadWholeFile(journal);
@@ -294,7 +296,7 @@ TEST(JournalChanges, ALargeRewriteJournalsTheRunsThatDifferAndReplaysToTheSameBy
               hdf_Journal* w =
                   hdf_Journal::Open(path.c_str(), hdf_Journal::kReadWrite, false, &why);
               if (w == nullptr || !w->Write(0, kBlock, second.data())) _exit(1);
-              CrashAt(2, false, "-journal");
+              CrashAt(1, false, ".db", "-journal");
               w->Commit();
               _exit(2);
             }),

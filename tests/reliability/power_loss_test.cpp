@@ -115,7 +115,7 @@ TEST_F(PowerLoss, WithSyncCommitsAReplayCutByPowerLossLosesNothing) {
               RunWorkload(
                   path, 16,
                   [&](int c, const Facts&) {
-                    if (c == 15) CrashAt(2, false, "-journal");
+                    if (c == 15) CrashAt(1, false, ".sim", "-journal");
                   },
                   [] { _exit(0); });
             }),
