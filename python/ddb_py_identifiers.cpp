@@ -4,6 +4,7 @@
 // snapshot.
 #include <climits>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -97,14 +98,22 @@ void BindIdentifiers(py::module_& m) {
       .def(
           "members",
           [](const SetRef& self) {
+            // Read and checked in one pass, straight into the new array.
             QELSimCSet set(self.get());
-            int n = ReadCount([&] { return set.Size(); });
-            py::array_t<int32_t> out = NewInt32Array(n);
-            if (n > 0) {
-              Messages messages;
-              set.OrderedMembers(out.mutable_data());
-              Settle(messages.Take(), true);
-            }
+            py::array_t<int32_t> out;
+            std::exception_ptr failed;  // of the allocation, not the library
+            Messages messages;
+            bool read = set.ReadMembers([&](int n) -> int* {
+              try {
+                out = NewInt32Array(n);
+                return out.mutable_data();
+              } catch (...) {
+                failed = std::current_exception();
+                return nullptr;
+              }
+            });
+            if (failed) std::rethrow_exception(failed);
+            Settle(messages.Take(), !read);
             return out;
           },
           "The members in their order (int32).")

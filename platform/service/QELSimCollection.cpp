@@ -222,6 +222,22 @@ int QELSimCSet::Size() const {
   return Resolve("QELSimCSet::Size") ? m_size : 0;
 }
 
+bool QELSimCSet::ReadMembers(const std::function<int*(int count)>& allocate) const {
+  const char* operation = "QELSimCSet::ReadMembers";
+  QELSimStorage* storage = nullptr;
+  hdf_Dataset members;
+  int size = 0;
+  if (!QELSimLookupSet(m_id, false, operation, &storage, &members, &size, false)) return false;
+  int* out = allocate(size);
+  if (size == 0) return true;
+  if (out == nullptr) {
+    QELSimError(operation).print("no buffer given\n");
+    return false;
+  }
+  bool damaged = false;
+  return storage->ReadSet(m_id.CollectionMinor(), m_id.CSetMinor(), out, operation, &damaged);
+}
+
 void QELSimCSet::OrderedMembers(int* out) const {
   if (!Resolve("QELSimCSet::OrderedMembers") || m_size == 0) return;
   if (out == nullptr) {

@@ -11,6 +11,8 @@
 #ifndef DDB_PLATFORM_SERVICE_QELSIMCOLLECTION_H_
 #define DDB_PLATFORM_SERVICE_QELSIMCOLLECTION_H_
 
+#include <functional>
+
 #include "platform/core/ddb_export.h"
 #include "platform/hdf/hdf_Dataset.h"
 #include "platform/hdf/hdf_Group.h"
@@ -44,6 +46,12 @@ class DDB_API QELSimCSet {
   int Size() const;
   // The Size() members in their order.
   void OrderedMembers(int* out) const;
+  // Size() and OrderedMembers() in one pass over the set's bytes: the
+  // members into `allocate(count)`, a buffer of the caller's for all of
+  // them, checked as they are read. False after a message when the set is
+  // refused (the buffer, when made, is then partly written) or `allocate`
+  // gives none.
+  bool ReadMembers(const std::function<int*(int count)>& allocate) const;
 
  private:
   bool Resolve(const char* operation) const;

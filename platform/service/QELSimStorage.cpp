@@ -50,25 +50,31 @@ bool ReadAttribute(const hdf_Attribute& a, const hdf_Datatype& type, int count, 
 // that), which doubled every first read of bulk data; a piece at a time the
 // check costs one pass over the set's bytes in the page cache.
 const int kCheckPiece = 1 << 16;
+// Read into the caller's buffer, a piece is still in the processor's last
+// level cache when it is checked; fewer, larger reads cost HDF5 less.
+const int kReadPiece = 1 << 20;
 
 // Why the `count` stored members of a set are not members of a collection
 // of `size`: null when they are; else *outside and *member say which one.
+// With `into`, the members are read there, each piece checked while it is
+// still in the cache: one pass over the bytes for a read and its check.
 const char* CheckStoredMembers(const hdf_Dataset& members, int count, int size, int* outside,
-                               int* member) {
+                               int* member, int* into = nullptr) {
   const hsize_t total = static_cast<hsize_t>(count);
-  const hsize_t piece = std::min<hsize_t>(total, kCheckPiece);
-  std::vector<int> buffer(static_cast<size_t>(piece));
+  const hsize_t piece = std::min<hsize_t>(total, into == nullptr ? kCheckPiece : kReadPiece);
+  std::vector<int> buffer(into == nullptr ? static_cast<size_t>(piece) : 0);
   hdf_Dataspace file = members.Space();
   for (hsize_t start = 0; start < total; start += piece) {
     const hsize_t n = std::min(piece, total - start);
+    int* read = into == nullptr ? buffer.data() : into + start;
     if ((n < total && !file.SelectHyperslab({start}, {n})) ||
-        !members.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), file, buffer.data())) {
+        !members.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), file, read)) {
       return "cannot be read";
     }
-    int at = QELSimFirstOutside(buffer.data(), static_cast<int>(n), size);
+    int at = QELSimFirstOutside(read, static_cast<int>(n), size);
     if (at >= 0) {
       *outside = static_cast<int>(start) + at;
-      *member = buffer[static_cast<size_t>(at)];
+      *member = read[at];
       return "has a member outside its collection";
     }
   }
@@ -209,6 +215,26 @@ bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, bool checkMembers
   }
   *members = m_lastSet.members;
   *size = m_lastSet.size;
+  return true;
+}
+
+bool QELSimStorage::ReadSet(uint32_t collection, uint32_t set, int* out, const char* operation,
+                            bool* damaged) {
+  hdf_Dataset members;
+  int size = 0;
+  if (!FindSet(collection, set, false, &members, &size, operation, damaged)) return false;
+  if (size == 0) return true;
+  if (m_lastSet.checked) {
+    hsize_t n = static_cast<hsize_t>(size);
+    return members.Read(hdf_Datatype::NATIVE_INT(), hdf_Dataspace({n}), members.Space(), out);
+  }
+  int outside = -1, member = 0;
+  if (const char* problem =
+          CheckStoredMembers(members, size, m_lastSet.collectionSize, &outside, &member, out)) {
+    return ReportSet(collection, set, m_lastSet.collectionSize, problem, outside, member, operation,
+                     damaged);
+  }
+  m_lastSet.checked = true;
   return true;
 }
 
@@ -377,12 +403,12 @@ bool QELSimLookupCollection(QELSimCollectionID id, bool write, const char* opera
 }
 
 bool QELSimLookupSet(QELSimCSetID id, bool write, const char* operation, QELSimStorage** storage,
-                     hdf_Dataset* members, int* size) {
+                     hdf_Dataset* members, int* size, bool checkMembers) {
   *storage = UseIdentifier(id.ContextNumber(), id.IsValid(), write, "set", operation);
   if (*storage == nullptr) return false;
   bool damaged = false;
-  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), true, members, size, operation,
-                          &damaged)) {
+  if ((*storage)->FindSet(id.CollectionMinor(), id.CSetMinor(), checkMembers, members, size,
+                          operation, &damaged)) {
     return true;
   }
   if (damaged) return false;

@@ -82,6 +82,10 @@ class QELSimStorage : public mem_AllocationOperators {
                int* size, const char* operation, bool* damaged);
   bool FindDistribution(uint32_t minor, QELSimStoredDistribution* distribution,
                         const char* operation, bool* damaged);
+  // The members of a set into `out` (room for all of them), checked as they
+  // are read when they have not been yet; false, as FindSet, when it is
+  // refused (`out` is then partly written).
+  bool ReadSet(uint32_t collection, uint32_t set, int* out, const char* operation, bool* damaged);
   // `sets`: how many sets it has, when known (a new collection has none).
   void RememberCollection(uint32_t minor, const hdf_Group& group, int size,
                           uint32_t sets = kQELSimNoMinor);
@@ -162,8 +166,9 @@ aio_ostream& QELSimPrintMinor(uint32_t minor);
 // asked for), or it names nothing.
 bool QELSimLookupCollection(QELSimCollectionID id, bool write, const char* operation,
                             QELSimStorage** storage, hdf_Group* group, int* size);
+// A set's members are checked unless `checkMembers` is false (see FindSet).
 bool QELSimLookupSet(QELSimCSetID id, bool write, const char* operation, QELSimStorage** storage,
-                     hdf_Dataset* members, int* size);
+                     hdf_Dataset* members, int* size, bool checkMembers = true);
 bool QELSimLookupDistribution(QELSimDistributionID id, const char* operation,
                               QELSimStoredDistribution* distribution);
 

@@ -496,6 +496,84 @@ TEST_F(QELSimService, LargeSetsAreCheckedInEveryPiece) {
   EXPECT_EQ(check(), outside(size + 5, 70000));
 }
 
+// ReadMembers reads a set once, into the caller's buffer, checking each
+// piece as it lands: sound sets arrive whole (also after a distribution's
+// lookup kept the set unchecked, and once checked without a second check),
+// a member outside is named with its position in any piece, the last
+// partial one included, and the buffer comes from the caller, once.
+TEST_F(QELSimService, ReadMembersReadsAndChecksInOnePass) {
+  const int size = (1 << 21) + 1000;  // two whole pieces and a partial one
+  std::vector<int> members(size);
+  for (int k = 0; k < size; ++k) members[static_cast<size_t>(k)] = (k * 11 + 3) % size;
+  {
+    QELSimContextID context = Create(path);
+    QELSimCollectionRef collection(QELSimCollectionRef::Create(context, size));
+    QELSimCSetID set = collection.CreateOrderedCSet(members.data(), size);
+    ASSERT_TRUE(QELSimDistributionRef::CreateInt32(set, members.data()).IsValid());
+    const int none[1] = {0};
+    ASSERT_TRUE(collection.CreateOrderedCSet(none, 0).IsValid());
+    QELSimManager::CloseContext(context);
+  }
+  CaptureErr err;
+  // What ReadMembers of set `minor` gave, after the distribution's lookup
+  // when `viaDistribution`, then Size() and what was said.
+  auto read = [&](int minor, bool viaDistribution) {
+    QELSimContextID context = Open(path, hdf_File::ReadOnly);
+    const int n = context.Number();
+    if (viaDistribution) {
+      EXPECT_EQ(QELSimDistributionRef(QELSimDistributionID(n, 0)).NumDrawers(), 1);
+    }
+    std::vector<int> out;
+    int calls = 0;
+    bool ok = QELSimCSet(QELSimCSetID(n, 0, minor)).ReadMembers([&](int count) {
+      ++calls;
+      out.assign(static_cast<size_t>(count), -1);
+      return out.data();
+    });
+    std::string said = std::string(ok ? "read" : "refused") + " " + std::to_string(calls) + " " +
+                       std::to_string(out.size()) +
+                       (out == members ? " equal"
+                        : out.empty()  ? ""
+                                       : " differ") +
+                       ", size " + std::to_string(QELSimCSet(QELSimCSetID(n, 0, minor)).Size());
+    QELSimManager::CloseContext(context);
+    return said + "\n" + err.Take();
+  };
+  const std::string whole =
+      "read 1 " + std::to_string(size) + " equal, size " + std::to_string(size) + "\n";
+  EXPECT_EQ(read(0, false), whole);
+  EXPECT_EQ(read(0, true), whole);
+  EXPECT_EQ(read(1, false), "read 1 0, size 0\n");
+
+  const char* stored = "/QELSim/collections/0/0";
+  for (int position : {0, (1 << 20) - 1, 1 << 20, (1 << 21) + 7, size - 1}) {
+    std::vector<int> damaged = members;
+    damaged[static_cast<size_t>(position)] = -5;
+    RawReplaceInts(path, stored, damaged);
+    const std::string why = "set 0 of collection 0 (size " + std::to_string(size) +
+                            ") has a member outside its collection: -5 at position " +
+                            std::to_string(position) + "\n";
+    EXPECT_EQ(read(0, position % 2 == 0), "refused 1 " + std::to_string(size) +
+                                              " differ, size 0\n**ERROR QELSimCSet::ReadMembers: " +
+                                              why + "**ERROR QELSimCSet::Size: " + why)
+        << position;
+  }
+  RawReplaceInts(path, stored, members);
+
+  QELSimContextID context = Open(path, hdf_File::ReadOnly);
+  EXPECT_FALSE(QELSimCSet(QELSimCSetID(context.Number(), 0, 0)).ReadMembers([](int) {
+    return static_cast<int*>(nullptr);
+  }));
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::ReadMembers: no buffer given\n");
+  EXPECT_FALSE(QELSimCSet(QELSimCSetID(context.Number(), 0, 9)).ReadMembers([](int) {
+    ADD_FAILURE() << "no buffer for a set that is not there";
+    return static_cast<int*>(nullptr);
+  }));
+  EXPECT_EQ(err.Take(), "**ERROR QELSimCSet::ReadMembers: no set 9 of collection 0 in context " +
+                            std::to_string(context.Number()) + "\n");
+  QELSimManager::CloseContext(context);
+}
+
 TEST_F(QELSimService, OrderedSetsHoldDistinctMembersOfTheirCollection) {
   QELSimContextID context = Create(path);
   QELSimCollectionRef collection(QELSimCollectionRef::Create(context, 4));

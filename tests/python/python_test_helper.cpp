@@ -1,7 +1,9 @@
 // The C++ side of the Python module's tests (tests/python/).
 //
 //   python_test_helper damage FILE      damages a database made by the tests: the members of
-//                                       system 0 cut short, system 1 of an unknown class
+//                                       system 0 cut short, system 1 of an unknown class, the
+//                                       first member of the first set (of 3) outside its
+//                                       collection
 //   python_test_helper damaged-copies DIR FLIPS
 //                                       the reliability suite's database (every class, with
 //                                       mask distributions) in DIR/pristine.sim, and damaged
@@ -94,6 +96,7 @@ int Damage(const std::string& file) {
   const std::string systems = "/sim/discreteModel/mesh/systems/";
   RawWriteDataset(file, systems + "0/#simpleTypeMembers", Bytes{1, 2, 3});
   RawWriteClass(file, systems + "1", "com.trevolo.Unknown");
+  RawWriteDataset(file, "/QELSim/collections/0/0", Bytes{9, 1, 2});
   return 0;
 }
 

@@ -91,11 +91,22 @@ def test_damaged_data_warns_and_unknown_classes_raise(tmp_path, capfd):
     helper = program("DDB_TEST_HELPER")
     file = tmp_path / "damaged.sim"
     with ddb.Root() as root:
-        sim, _ = make_tree(root, file)
+        sim, c = make_tree(root, file)
         for name in ("a", "b"):
             sim.discrete_model.mesh.systems.append(ddb.FESystem.new(name, None, None))
+        sim.discrete_model.mesh.node_fields = {"f": c.create_ordered_set([0, 1, 2]).create_int32(
+            [7, 8, 9])}
     run(helper, "damage", str(file))
     with ddb.open(file) as sim:
+        # A member outside the collection: the set is refused, its values are whole.
+        field = sim.discrete_model.mesh.node_fields["f"]
+        assert field.values().tolist() == [7, 8, 9]
+        why = "set 0 of collection 0 (size 5) has a member outside its collection: 9 at position 0"
+        for name, use in (("ReadMembers", field.ordered_set.members),
+                          ("Size", lambda: field.ordered_set.size)):
+            with pytest.raises(ddb.Error) as caught:
+                use()
+            assert str(caught.value) == f"**ERROR QELSimCSet::{name}: {why}"
         systems = sim.discrete_model.mesh.systems
         with pytest.warns(ddb.DatabaseWarning) as warned:
             assert systems[0].system_name == ""  # the record did not decode: defaults
