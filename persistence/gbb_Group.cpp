@@ -223,6 +223,23 @@ int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {
   return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), memory, file, bytes) ? n : 0;
 }
 
+int gbb_Dataset::ReadWhole(const std::function<void*(int length)>& room) const {
+  hdf_Dataspace space;
+  hsize_t length = 0;
+  if (!Shape("gbb_Dataset::Size", &space, &length)) return 0;
+  const hsize_t backed = Backed(length, "gbb_Dataset::Size");
+  const int n = backed > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(backed);
+  if (n == 0) return 0;
+  void* bytes = room(n);
+  // All of the dataset: its own space, everything selected, on both sides.
+  if (backed == length) {
+    return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), space, space, bytes) ? n : 0;
+  }
+  hdf_Dataspace memory;
+  if (!Select(0, n, &space, &memory)) return 0;
+  return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), memory, space, bytes) ? n : 0;
+}
+
 hsize_t gbb_Dataset::Backed(hsize_t length, const char* operation) const {
   if (length <= kTrustedMembersBytes) return length;
   hsize_t stored = m_dataset.StorageSize();

@@ -16,6 +16,7 @@
 #define DDB_PERSISTENCE_GBB_GROUP_H_
 
 #include <cstdint>
+#include <functional>
 
 #include "persistence/gbb_Class.h"
 #include "platform/core/cow_String.h"
@@ -88,6 +89,10 @@ class DDB_API gbb_Dataset {
   int Write(const void* bytes, int count, int64_t offset) const;
   // Reads up to `count` bytes from `offset`; returns how many were read.
   int Read(void* bytes, int count, int64_t offset) const;
+  // Size() and Read() of all of it, with one look at its shape and no
+  // selection (on a members record those calls are much of a load's cost):
+  // `room(length)` says where the bytes go. Returns how many were read.
+  int ReadWhole(const std::function<void*(int length)>& room) const;
 
  private:
   // The current dataspace and its length when the dataset is one-dimensional

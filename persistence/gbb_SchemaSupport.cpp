@@ -65,11 +65,13 @@ void gbb_StoreMembers(const gbb_Group& group, gbb_MemoryStream& stream, const ch
 }
 
 gbb_MembersBuffer::gbb_AutoArrayMoveSrc gbb_FetchMembers(const gbb_Group& group) {
-  gbb_Dataset dataset = group.OpenDataset(kMembersDataset);
-  int size = dataset.Size();
-  gbb_MembersBuffer bytes(size);
-  bytes.append(static_cast<unsigned char>(0), size);
-  int got = size > 0 ? dataset.Read(&bytes[0], size, 0) : 0;
+  gbb_MembersBuffer bytes;
+  int size = 0;
+  int got = group.OpenDataset(kMembersDataset).ReadWhole([&](int length) -> void* {
+    size = length;
+    bytes.append(static_cast<unsigned char>(0), length);
+    return &bytes[0];
+  });
   if (got < size) bytes.truncate(size - got);
   return bytes;
 }
