@@ -182,32 +182,30 @@ bool QELSimStorage::FindCollection(uint32_t minor, hdf_Group* group, int* size) 
 
 bool QELSimStorage::FindSet(uint32_t collection, uint32_t set, bool checkMembers,
                             hdf_Dataset* members, int* size, const char* operation, bool* damaged) {
-  const bool kept =
-      collection == m_lastSet.collection && set == m_lastSet.set && m_lastSet.members.IsValid();
   // Distinct members of the collection: never more than it has, each inside it.
-  const char* problem = nullptr;
-  int outside = -1;  // the position of a member outside the collection
-  int member = 0;    // and that member
-  if (!kept) {
+  if (collection != m_lastSet.collection || set != m_lastSet.set || !m_lastSet.members.IsValid()) {
     hdf_Group group;
     int collectionSize = 0;
     if (!FindCollection(collection, &group, &collectionSize)) return false;
     hdf_Dataset found = group.TryDatasetOpen(QELSimMinorName(set));
     const int count = Count(found.Space());
     if (count < 0) return false;
+    const char* problem = nullptr;
     if (count > collectionSize) {
       problem = "has more members than its collection";
     } else if (found.StorageSize() < static_cast<hsize_t>(count) * sizeof(int)) {
       problem = "holds fewer members in the file than its extent";
     }
-    if (problem != nullptr)
+    if (problem != nullptr) {
       return ReportSet(collection, set, collectionSize, problem, -1, 0, operation, damaged);
+    }
     m_lastSet = {collection, set, found, count, collectionSize, count == 0};
   }
   if (checkMembers && !m_lastSet.checked) {
-    problem = CheckStoredMembers(m_lastSet.members, m_lastSet.size, m_lastSet.collectionSize,
-                                 &outside, &member);
-    if (problem != nullptr) {
+    int outside = -1;  // the position of a member outside the collection
+    int member = 0;    // and that member
+    if (const char* problem = CheckStoredMembers(m_lastSet.members, m_lastSet.size,
+                                                 m_lastSet.collectionSize, &outside, &member)) {
       return ReportSet(collection, set, m_lastSet.collectionSize, problem, outside, member,
                        operation, damaged);
     }
