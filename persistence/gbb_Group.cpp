@@ -186,12 +186,16 @@ bool gbb_Dataset::Shape(const char* operation, hdf_Dataspace* space, hsize_t* le
   return true;
 }
 
+int gbb_Dataset::Length(hdf_Dataspace* space, hsize_t* extent) const {
+  if (!Shape("gbb_Dataset::Size", space, extent)) return 0;
+  const hsize_t n = Backed(*extent, "gbb_Dataset::Size");
+  return n > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(n);
+}
+
 int gbb_Dataset::Size() const {
   hdf_Dataspace space;
-  hsize_t n = 0;
-  if (!Shape("gbb_Dataset::Size", &space, &n)) return 0;
-  n = Backed(n, "gbb_Dataset::Size");
-  return n > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(n);
+  hsize_t extent = 0;
+  return Length(&space, &extent);
 }
 
 int gbb_Dataset::Write(const void* bytes, int count, int64_t offset) const {
@@ -225,14 +229,12 @@ int gbb_Dataset::Read(void* bytes, int count, int64_t offset) const {
 
 int gbb_Dataset::ReadWhole(const std::function<void*(int length)>& room) const {
   hdf_Dataspace space;
-  hsize_t length = 0;
-  if (!Shape("gbb_Dataset::Size", &space, &length)) return 0;
-  const hsize_t backed = Backed(length, "gbb_Dataset::Size");
-  const int n = backed > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(backed);
+  hsize_t extent = 0;
+  const int n = Length(&space, &extent);
   if (n == 0) return 0;
   void* bytes = room(n);
   // All of the dataset: its own space, everything selected, on both sides.
-  if (backed == length) {
+  if (static_cast<hsize_t>(n) == extent) {
     return m_dataset.Read(hdf_Datatype::NATIVE_UCHAR(), space, space, bytes) ? n : 0;
   }
   hdf_Dataspace memory;

@@ -99,6 +99,9 @@ class DDB_API gbb_Dataset {
   // and holds bytes; otherwise a message and false. Each operation asks HDF5
   // for the space once: on a members dataset that is much of a load's cost.
   bool Shape(const char* operation, hdf_Dataspace* space, hsize_t* length) const;
+  // What Size() answers, with the space and extent it looked at (*extent
+  // may claim more than the answer when the file holds fewer bytes).
+  int Length(hdf_Dataspace* space, hsize_t* extent) const;
   // `length`, or the bytes the file holds for the dataset when a large
   // extent claims more (damage: reported as `operation` unless null).
   hsize_t Backed(hsize_t length, const char* operation) const;
